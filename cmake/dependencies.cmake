@@ -1,0 +1,52 @@
+# What is not ours, as targets of the one namespace deps::. Debian serves the native build;
+# the cross build finds its headers and libraries under build/deps/windows (see cmake/deps);
+# on Windows vcpkg or MSYS2 serve the same calls.
+
+# An INTERFACE target for a tree of headers without a library.
+function(add_header_dependency name header)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "PATH_SUFFIXES")
+  find_path(${name}_INCLUDE_DIR "${header}" PATH_SUFFIXES ${arg_PATH_SUFFIXES} REQUIRED)
+  add_library(deps_${name} INTERFACE)
+  target_include_directories(deps_${name} SYSTEM INTERFACE "${${name}_INCLUDE_DIR}")
+  add_library(deps::${name} ALIAS deps_${name})
+endfunction()
+
+add_header_dependency(pkcs11_header p11-kit/pkcs11.h PATH_SUFFIXES p11-kit-1)
+add_header_dependency(cli11 CLI/CLI.hpp)
+add_header_dependency(nlohmann_json nlohmann/json.hpp)
+
+set(Boost_USE_STATIC_LIBS ${WIN32})
+find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
+add_library(deps_boost_headers INTERFACE)
+target_link_libraries(deps_boost_headers INTERFACE Boost::headers)
+target_compile_definitions(deps_boost_headers INTERFACE BOOST_ALL_NO_LIB)
+add_library(deps::boost_headers ALIAS deps_boost_headers)
+
+add_library(deps_boost_filesystem INTERFACE)
+target_link_libraries(deps_boost_filesystem INTERFACE deps_boost_headers Boost::filesystem)
+if(WIN32)
+  target_compile_definitions(deps_boost_filesystem INTERFACE
+    BOOST_FILESYSTEM_STATIC_LINK BOOST_FILESYSTEM_NO_CXX20_ATOMIC_REF)
+endif()
+add_library(deps::boost_filesystem ALIAS deps_boost_filesystem)
+
+if(BUILD_TESTING)
+  set(googletest_sources /usr/src/googletest)
+  if(EXISTS "${googletest_sources}/CMakeLists.txt")
+    # Compiled with the flags of this build, so that sanitizers see all of a test program.
+    set(INSTALL_GTEST OFF)
+    add_subdirectory("${googletest_sources}" "${PROJECT_BINARY_DIR}/googletest"
+      EXCLUDE_FROM_ALL SYSTEM)
+  else()
+    find_package(GTest REQUIRED CONFIG)
+    foreach(part gtest gmock gmock_main)
+      add_library(${part} ALIAS GTest::${part})
+    endforeach()
+  endif()
+  add_library(deps_gtest INTERFACE)
+  target_link_libraries(deps_gtest INTERFACE gmock gtest)
+  add_library(deps::gtest ALIAS deps_gtest)
+  add_library(deps_gtest_main INTERFACE)
+  target_link_libraries(deps_gtest_main INTERFACE gmock_main deps_gtest)
+  add_library(deps::gtest_main ALIAS deps_gtest_main)
+endif()

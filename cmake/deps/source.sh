@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# Source packages without touching the system's apt set-up, to be sourced.
+# The caller sets root to the checkout.
+
+# fetch_source PACKAGE FOLDER [PATTERN]: unpacks the upstream sources of a Debian source package
+# into FOLDER, or only the part of them whose path in the archive matches PATTERN.
+fetch_source() {
+    local package=$1 folder=$2 pattern=${3:-*} apt_root=$root/build/deps/apt tarball
+    prepare_apt "$apt_root"
+    mkdir -p "$apt_root/download"
+    (cd "$apt_root/download" &&
+        apt-get --config-file "$apt_root/apt.conf" source --download-only --tar-only "$package")
+    tarball=$(find "$apt_root/download" -name "${package}_*.orig.tar.*" ! -name '*.asc' | sort -V | tail -n 1)
+    [[ -n $tarball ]] || { echo "no source archive of $package was found" >&2; return 1; }
+    rm -rf "$folder"
+    mkdir -p "$folder"
+    tar -xf "$tarball" -C "$folder" --strip-components=1 --wildcards "$pattern"
+}
+
+# Index files and configuration of our own, with the system's sources asked for source packages.
+prepare_apt() {
+    local apt_root=$1
+    [[ -f $apt_root/ready ]] && return
+    rm -rf "$apt_root"
+    mkdir -p "$apt_root"/{lists/partial,archives/partial,sources.d}
+    derive_source_entries "$apt_root/sources.d"
+    cat >"$apt_root/apt.conf" <<EOF
+Dir::Etc::SourceList "/dev/null";
+Dir::Etc::SourceParts "$apt_root/sources.d";
+Dir::State::Lists "$apt_root/lists";
+Dir::Cache "$apt_root";
+Dir::Cache::Archives "$apt_root/archives";
+APT::Sandbox::User "root";
+EOF
+    apt-get --config-file "$apt_root/apt.conf" update
+    touch "$apt_root/ready"
+}
+
+# The configured one-line and deb822 entries, with deb-src in the place of deb.
+derive_source_entries() {
+    local target=$1 file
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+        [[ -s $file ]] || continue
+        sed -nE 's/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$file" >"$target/$(basename "$file" .list).list"
+    done
+    for file in /etc/apt/sources.list.d/*.sources; do
+        [[ -s $file ]] || continue
+        sed -E 's/^Types:.*/Types: deb-src/I' "$file" >"$target/$(basename "$file")"
+    done
+}

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Makes the Wine prefix that all Windows programs of the project run in: build/wineprefix.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+# shellcheck source=cmake/wine.sh
+source "$root/cmake/wine.sh"
+
+use_wine_prefix
+mkdir -p "$root/build"
+exec 9>"$WINEPREFIX.make.lock"
+flock 9
+[[ -f $WINEPREFIX/ready ]] && exit
+
+# A prefix that was not finished is made anew.
+rm -rf "$WINEPREFIX"
+mkdir -p "$WINEPREFIX"
+# Neither .NET nor HTML is needed, and Wine would ask for their installers.
+WINEDLLOVERRIDES="$WINEDLLOVERRIDES;mscoree,mshtml=d" wine wineboot --init \
+    </dev/null >"$WINEPREFIX/wineboot.log" 2>&1 9>&-
+wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f \
+    </dev/null >>"$WINEPREFIX/wineboot.log" 2>&1 9>&-
+# The registry reaches the disk when the server ends.
+wineserver -k 9>&- || true
+wineserver -w 9>&-
+touch "$WINEPREFIX/ready"

@@ -1,0 +1,60 @@
+# How test programs are declared.
+
+set(CERTSTOREUPDATER_TEST_RESULTS "${PROJECT_BINARY_DIR}/test-results")
+
+# The room that a test belongs to: the first folder under tests/.
+function(certstoreupdater_test_room result)
+  file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}")
+  string(REGEX REPLACE "/.*" "" room "${folder}")
+  set(${result} "${room}" PARENT_SCOPE)
+endfunction()
+
+# certstoreupdater_add_test(<name> SOURCES file... [LIBRARIES target...]
+#                           [ENVIRONMENT key=value...] [DEPENDS target...] [SERIAL])
+#
+# A GoogleTest program and one test of the same name that runs all of it in one process and
+# leaves its results in test-results/<name>.json. SERIAL keeps other tests from running beside
+# it: for programs that change what all processes share, such as the registry.
+function(certstoreupdater_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "SOURCES;LIBRARIES;ENVIRONMENT;DEPENDS")
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
+  endif()
+
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} deps::gtest_main project_warnings)
+  if(arg_DEPENDS)
+    add_dependencies(${name} ${arg_DEPENDS})
+  endif()
+
+  set(results "${CERTSTOREUPDATER_TEST_RESULTS}/${name}.json")
+  if(WIN32 AND CMAKE_HOST_UNIX)
+    set(results "Z:${results}")
+  endif()
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 "--gtest_output=json:${results}")
+
+  certstoreupdater_test_room(room)
+  set_tests_properties(${name} PROPERTIES
+    LABELS "${room}"
+    RUN_SERIAL "${arg_SERIAL}"
+    TIMEOUT 300
+    ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()
+
+# certstoreupdater_add_script_test(<name> COMMAND command... [ENVIRONMENT key=value...] [SERIAL])
+#
+# A test that is a command: it passes if the command ends with 0, and counts as one test.
+function(certstoreupdater_add_script_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "COMMAND;ENVIRONMENT")
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
+  endif()
+
+  add_test(NAME ${name} COMMAND ${arg_COMMAND})
+  certstoreupdater_test_room(room)
+  set_tests_properties(${name} PROPERTIES
+    LABELS "${room};script"
+    RUN_SERIAL "${arg_SERIAL}"
+    TIMEOUT 300
+    ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()

@@ -1,0 +1,18 @@
+# The warnings that our own code is compiled with: link to project_warnings to get them.
+add_library(project_warnings INTERFACE)
+
+if(MSVC)
+  target_compile_options(project_warnings INTERFACE /W4 /WX /permissive- /utf-8)
+  return()
+endif()
+
+target_compile_options(project_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Werror
+  -Wcast-align -Wcast-qual -Wconversion -Wsign-conversion -Wdouble-promotion
+  -Wextra-semi -Wformat=2 -Wimplicit-fallthrough -Wnon-virtual-dtor -Wold-style-cast
+  -Woverloaded-virtual -Wshadow -Wundef -Wunused -Wvla)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(project_warnings INTERFACE
+    -Wduplicated-branches -Wduplicated-cond -Wlogical-op)
+endif()

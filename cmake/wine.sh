@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# Wine as the project uses it, to be sourced: a prefix of its own under build/, one server for many
+# programs. The caller sets root to the checkout.
+
+use_wine_prefix() {
+    export WINEPREFIX=$root/build/wineprefix
+    export WINEARCH=win64
+    export WINEDEBUG=${WINEDEBUG:--all}
+    # Without the debugger a crash ends the program at once.
+    export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winedbg.exe=d}
+    # Other locales than UTF-8 lose the file names that they cannot say.
+    export LC_ALL=C.UTF-8
+    export WINEPATH
+    WINEPATH=${WINEPATH:+$WINEPATH;}$(compiler_dll_folders)
+}
+
+# Where the compiler keeps the DLLs of its run-time library, as Wine writes paths.
+compiler_dll_folders() {
+    local dll file folders=
+    for dll in libstdc++-6.dll libwinpthread-1.dll; do
+        file=$(x86_64-w64-mingw32-g++-posix "-print-file-name=$dll")
+        folders+=${folders:+;}Z:$(dirname "$(readlink -f "$file")")
+    done
+    printf '%s' "$folders"
+}
+
+wine_server_runs() {
+    local folder
+    printf -v folder '/tmp/.wine-%d/server-%x-%x' "$(id -u)" \
+        "$(stat -c %d "$WINEPREFIX")" "$(stat -c %i "$WINEPREFIX")"
+    [[ -S $folder/socket ]]
+}
+
+# Starts the server and Wine's services apart from the caller's standard streams: what they would
+# inherit they would keep open, and whoever reads the other end would wait for them. The server
+# ends by itself a minute after its last program.
+start_wine_server() {
+    wine_server_runs && return
+    (
+        flock 9
+        wine_server_runs && exit
+        wineserver -p60 9>&-
+        wine wineboot 9>&-
+    ) 9>"$WINEPREFIX.start.lock" </dev/null >/dev/null 2>&1
+}
+
+# Stops the server of the project's prefix, unless a program of it still runs.
+stop_wine_server() {
+    flock --exclusive --nonblock "$WINEPREFIX.lock" wineserver -k </dev/null >/dev/null 2>&1 || true
+}
