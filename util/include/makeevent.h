@@ -1,0 +1,51 @@
+// How every throw site of the library makes the event that it throws.
+#pragma once
+
+#include "genericevent.h"
+
+#include <initializer_list>
+#include <source_location>
+#include <string>
+
+namespace korv {
+
+/// A parameter as a throw site writes it: a key and a text or a number.
+class EventParam {
+public:
+    EventParam(const wchar_t* key, const wchar_t* text) : param_{key, text} {}
+    EventParam(const wchar_t* key, const Buffer<wchar_t>& text) : param_{key, text} {}
+    EventParam(const wchar_t* key, const std::wstring& text)
+        : param_{key, Buffer<wchar_t>(text.data(), text.size())} {}
+    template <std::unsigned_integral Number>
+    EventParam(const wchar_t* key, Number number) : param_{key, decimal(number)} {}
+
+    const GenericEvent::Param& get() const noexcept { return param_; }
+
+private:
+    GenericEvent::Param param_;
+};
+
+/// The event of class `Event` for the line that calls this function.
+/// \param file the caller's source file, relative, with backslashes
+template <class Event>
+Event makeEvent(const wchar_t* file, std::initializer_list<EventParam> params = {},
+                const std::source_location& where = std::source_location::current()) {
+    Event event(file, static_cast<int>(where.line()));
+    for (const EventParam& param : params)
+        event.setParam(param.get().key, param.get().value);
+    return event;
+}
+
+/// The same for an event that `cause` led to.
+template <class Event>
+Event makeEvent(const wchar_t* file, const GenericEvent& cause,
+                std::initializer_list<EventParam> params = {},
+                const std::source_location& where = std::source_location::current()) {
+    Event event(file, static_cast<int>(where.line()));
+    event.setParent(cause);
+    for (const EventParam& param : params)
+        event.setParam(param.get().key, param.get().value);
+    return event;
+}
+
+} // namespace korv
