@@ -24,22 +24,14 @@ compiler_dll_folders() {
     printf '%s' "$folders"
 }
 
-wine_server_runs() {
-    local folder
-    printf -v folder '/tmp/.wine-%d/server-%x-%x' "$(id -u)" \
-        "$(stat -c %d "$WINEPREFIX")" "$(stat -c %i "$WINEPREFIX")"
-    [[ -S $folder/socket ]]
-}
-
 # Starts the server and Wine's services apart from the caller's standard streams: what they would
 # inherit they would keep open, and whoever reads the other end would wait for them. The server
 # ends by itself a minute after its last program.
 start_wine_server() {
-    wine_server_runs && return
     (
         flock 9
-        wine_server_runs && exit
-        wineserver -p60 9>&-
+        # Fails if there is a server already.
+        wineserver -p60 9>&- || exit 0
         wine wineboot 9>&-
     ) 9>"$WINEPREFIX.start.lock" </dev/null >/dev/null 2>&1
 }
