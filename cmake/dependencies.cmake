@@ -16,6 +16,8 @@ add_header_dependency(cli11 CLI/CLI.hpp)
 add_header_dependency(nlohmann_json nlohmann/json.hpp)
 
 set(Boost_USE_STATIC_LIBS ${WIN32})
+# All that Filesystem 1.81 needs of other parts is headers.
+set(Boost_NO_WARN_NEW_VERSIONS ON)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
 add_library(deps_boost_headers INTERFACE)
 target_link_libraries(deps_boost_headers INTERFACE Boost::headers)

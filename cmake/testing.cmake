@@ -1,6 +1,22 @@
-# How test programs are declared.
+# How tests are declared. Every test finds in its environment
+#   CSU_BUILD          the build folder; programs and DLLs lie in its bin/
+#   CSU_WINE           what runs a Windows program (empty where nothing is needed)
+#   CSU_SOFTHSM_DLL    SoftHSM as a Windows module
+#   CSU_NATIVE_SOFTHSM SoftHSM as a module of this system
+# with paths as a Windows program wants them in a Windows test program, else as the host writes them.
 
 set(CERTSTOREUPDATER_TEST_RESULTS "${PROJECT_BINARY_DIR}/test-results")
+find_file(CERTSTOREUPDATER_NATIVE_SOFTHSM libsofthsm2.so
+  PATHS /usr/lib/softhsm /usr/lib/x86_64-linux-gnu/softhsm
+  NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+
+# Writes a path of the host as Wine's programs see it.
+function(certstoreupdater_windows_path result path)
+  if(WIN32 AND CMAKE_HOST_UNIX)
+    set(path "Z:${path}")
+  endif()
+  set(${result} "${path}" PARENT_SCOPE)
+endfunction()
 
 # The room that a test belongs to: the first folder under tests/.
 function(certstoreupdater_test_room result)
@@ -27,10 +43,9 @@ function(certstoreupdater_add_test name)
     add_dependencies(${name} ${arg_DEPENDS})
   endif()
 
-  set(results "${CERTSTOREUPDATER_TEST_RESULTS}/${name}.json")
-  if(WIN32 AND CMAKE_HOST_UNIX)
-    set(results "Z:${results}")
-  endif()
+  certstoreupdater_windows_path(results "${CERTSTOREUPDATER_TEST_RESULTS}/${name}.json")
+  certstoreupdater_windows_path(build "${PROJECT_BINARY_DIR}")
+  certstoreupdater_windows_path(softhsm "${PROJECT_SOURCE_DIR}/build/deps/softhsm/softhsm2.dll")
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 "--gtest_output=json:${results}")
 
   certstoreupdater_test_room(room)
@@ -38,7 +53,8 @@ function(certstoreupdater_add_test name)
     LABELS "${room}"
     RUN_SERIAL "${arg_SERIAL}"
     TIMEOUT 300
-    ENVIRONMENT "${arg_ENVIRONMENT}")
+    ENVIRONMENT "CSU_BUILD=${build};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\
+CSU_SOFTHSM_DLL=${softhsm};CSU_NATIVE_SOFTHSM=${CERTSTOREUPDATER_NATIVE_SOFTHSM};${arg_ENVIRONMENT}")
 endfunction()
 
 # certstoreupdater_add_script_test(<name> COMMAND command... [ENVIRONMENT key=value...] [SERIAL])
@@ -56,5 +72,7 @@ function(certstoreupdater_add_script_test name)
     LABELS "${room};script"
     RUN_SERIAL "${arg_SERIAL}"
     TIMEOUT 300
-    ENVIRONMENT "${arg_ENVIRONMENT}")
+    ENVIRONMENT "CSU_BUILD=${PROJECT_BINARY_DIR};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\
+CSU_SOFTHSM_DLL=${PROJECT_SOURCE_DIR}/build/deps/softhsm/softhsm2.dll;\
+CSU_NATIVE_SOFTHSM=${CERTSTOREUPDATER_NATIVE_SOFTHSM};${arg_ENVIRONMENT}")
 endfunction()
