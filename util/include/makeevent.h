@@ -4,7 +4,6 @@
 #include "genericevent.h"
 
 #include <initializer_list>
-#include <source_location>
 #include <string>
 
 namespace korv {
@@ -27,10 +26,11 @@ private:
 
 /// The event of class `Event` for the line that calls this function.
 /// \param file the caller's source file, relative, with backslashes
+/// \param line left to its default, which is the line of the call
 template <class Event>
 Event makeEvent(const wchar_t* file, std::initializer_list<EventParam> params = {},
-                const std::source_location& where = std::source_location::current()) {
-    Event event(file, static_cast<int>(where.line()));
+                int line = __builtin_LINE()) {
+    Event event(file, line);
     for (const EventParam& param : params)
         event.setParam(param.get().key, param.get().value);
     return event;
@@ -40,8 +40,8 @@ Event makeEvent(const wchar_t* file, std::initializer_list<EventParam> params = 
 template <class Event>
 Event makeEvent(const wchar_t* file, const GenericEvent& cause,
                 std::initializer_list<EventParam> params = {},
-                const std::source_location& where = std::source_location::current()) {
-    Event event(file, static_cast<int>(where.line()));
+                int line = __builtin_LINE()) {
+    Event event(file, line);
     event.setParent(cause);
     for (const EventParam& param : params)
         event.setParam(param.get().key, param.get().value);
