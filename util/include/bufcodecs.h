@@ -36,38 +36,55 @@ public:
     ///   "BadUft8Encoding" for a sequence that is cut short (`bytes` then begins at its lead
     ///   byte) or has a byte not of the form 10xxxxxx (at that byte); without parameters for FE
     ///   and FF (at that byte). `text` keeps what was decoded before.
+    /// \throws std::bad_alloc; `bytes` then begins at the first sequence that `text` lacks
     static void decode(BufferRange<unsigned char>& bytes, GenericBuffer<wchar_t>& text) {
-        while (!bytes.empty())
-            text.append(decodeOne(bytes));
+        while (!bytes.empty()) {
+            const std::size_t length = checkedLength(bytes);
+            text.append(valueOf(bytes.data(), length));
+            bytes.advance(length);
+        }
     }
 
 private:
     static constexpr wchar_t sourceFile[] = L"util\\include\\bufcodecs.h";
 
-    static wchar_t decodeOne(BufferRange<unsigned char>& bytes) {
-        const unsigned lead = bytes[0];
+    /// The length of the sequence that `bytes` begin with. What precedes an offending byte is
+    /// consumed before the throw.
+    static std::size_t checkedLength(BufferRange<unsigned char>& bytes) {
+        const unsigned char lead = bytes[0];
         if (lead >= 0xFE)
             throw korv::makeEvent<BufferError_InvalidEncodingUnit>(sourceFile);
-        const unsigned continuations = continuationBytes(lead);
-        if (bytes.size() <= continuations)
+        const std::size_t length = sequenceLength(lead);
+        if (bytes.size() < length)
             throw korv::makeEvent<BufferError_InvalidEncodingUnit>(
                 sourceFile, {{L"CODEC", L"Utf8Decoder"}, {L"CAUSE", L"BadUft8Encoding"}});
-        auto value = static_cast<std::uint16_t>(continuations == 0 ? lead
-                                                                   : lead & (0x3Fu >> continuations));
-        bytes.advance(1);
-        for (unsigned i = 0; i != continuations; ++i) {
-            if ((bytes[0] & 0xC0) != 0x80)
+        for (std::size_t i = 1; i != length; ++i)
+            if ((bytes[i] & 0xC0) != 0x80) {
+                bytes.advance(i);
                 throw korv::makeEvent<BufferError_InvalidEncodingUnit>(
                     sourceFile, {{L"CODEC", L"Utf8Decoder"}, {L"CAUSE", L"BadUft8Encoding"}});
-            value = static_cast<std::uint16_t>(value * 64u + (bytes[0] & 0x3Fu));
-            bytes.advance(1);
-        }
-        return static_cast<wchar_t>(value);
+            }
+        return length;
     }
 
-    static constexpr unsigned continuationBytes(unsigned lead) noexcept {
-        return lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : lead < 0xF8 ? 3
-               : lead < 0xFC ? 4 : 5;
+    static wchar_t valueOf(const unsigned char* sequence, std::size_t length) noexcept {
+        unsigned value = length == 1 ? sequence[0] : sequence[0] & (0x7Fu >> length);
+        for (std::size_t i = 1; i != length; ++i)
+            value = value * 64 + (sequence[i] & 0x3Fu);
+        // At most 31 bits have come together; the text has room for the low 16.
+        return static_cast<wchar_t>(static_cast<std::uint16_t>(value));
+    }
+
+    static constexpr std::size_t sequenceLength(unsigned char lead) noexcept {
+        if (lead < 0x80)
+            return 1;
+        if (lead < 0xE0)
+            return 2;
+        if (lead < 0xF0)
+            return 3;
+        if (lead < 0xF8)
+            return 4;
+        return lead < 0xFC ? 5 : 6;
     }
 };
 
@@ -76,13 +93,21 @@ private:
 class Utf8Encoder {
 public:
     /// Appends the encoding of `text` to `bytes`. No terminating zero is counted.
-    /// \throws std::bad_alloc
+    /// \throws std::bad_alloc; `bytes` has its old contents then
     static void encode(BufferRange<wchar_t> text, GenericBuffer<unsigned char>& bytes) {
-        std::size_t written = bytes.size();
-        for (const wchar_t unit : text) {
-            if (bytes.size() - written < longestSequence)
-                bytes.resize(written + growthStep);
-            written += encodeUnit(static_cast<std::uint16_t>(unit), bytes.data() + written);
+        const std::size_t oldSize = bytes.size();
+        std::size_t written = oldSize;
+        try {
+            for (const wchar_t unit : text) {
+                if (bytes.size() - written < longestSequence)
+                    bytes.resize(written + growthStep);
+                written += encodeUnit(static_cast<std::uint16_t>(unit), bytes.data() + written);
+            }
+        } catch (...) {
+            // What has grown is nobody else's, so cutting it back does not allocate.
+            if (bytes.size() != oldSize)
+                bytes.resize(oldSize);
+            throw;
         }
         bytes.resize(written);
     }
