@@ -31,7 +31,8 @@ public:
         Counter references;
     };
     static_assert(sizeof(Counter) == 4);
-    static_assert(sizeof(Header) == 16);
+    static_assert(sizeof(Header) == 16 && offsetof(Header, references) == 8);
+    static_assert(alignof(Header) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
     /// The `capacity` of a block that copies must not share. The growth rule gives at least 40.
     static constexpr std::uint64_t notShareable = 15;
@@ -155,7 +156,8 @@ public:
     }
 
     /// Keeps the first min(size(), newSize) elements; further ones are uninitialised. A null
-    /// buffer becomes an empty one at least.
+    /// buffer becomes an empty one at least, and the contents are this buffer's alone afterwards,
+    /// even if the size stays the same.
     /// \throws std::bad_alloc; the buffer is unchanged then
     void resize(std::size_t newSize) {
         if (newSize <= inlineCapacity)
@@ -184,7 +186,8 @@ public:
     }
 
     /// From now on copies get a block of their own. Contents in the object are never shared, so
-    /// nothing changes for them.
+    /// nothing changes for them. For a buffer that was just made: the mark lies in the block and
+    /// would hold for buffers that share it already.
     void markNotShareable() noexcept {
         if (isInHeap())
             Manager::markNotShareable(data_);
@@ -202,11 +205,12 @@ public:
         if constexpr (sizeof(T) == 1) {
             const int order = common == 0 ? 0 : std::memcmp(a.data_, b.data_, common);
             return order == 0 ? a.size_ <=> b.size_ : order <=> 0;
+        } else {
+            for (std::size_t i = 0; i != common; ++i)
+                if (a.data_[i] != b.data_[i])
+                    return asUnsigned(a.data_[i]) <=> asUnsigned(b.data_[i]);
+            return a.size_ <=> b.size_;
         }
-        for (std::size_t i = 0; i != common; ++i)
-            if (const auto order = asUnsigned(a.data_[i]) <=> asUnsigned(b.data_[i]); order != 0)
-                return order;
-        return a.size_ <=> b.size_;
     }
 
 protected:

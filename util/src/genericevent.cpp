@@ -26,10 +26,10 @@ Buffer<wchar_t> signedDecimal(std::int64_t number) {
     return text;
 }
 
-void appendLine(TmpBuffer<wchar_t>& out, std::wstring_view indent, std::wstring_view key,
+void appendLine(TmpBuffer<wchar_t>& out, std::wstring_view indent, const Buffer<wchar_t>& key,
                 const Buffer<wchar_t>& value) {
     appendText(out, indent);
-    appendText(out, key);
+    out.append(key);
     appendText(out, L": ");
     out.append(value);
     appendText(out, L"\n");
@@ -44,7 +44,7 @@ void appendEvent(TmpBuffer<wchar_t>& out, std::wstring_view indent, const Generi
     appendLine(out, inner, L"line", signedDecimal(event.line()));
     appendLine(out, inner, L"code", decimal(event.code()));
     for (const GenericEvent::Param& param : event.params())
-        appendLine(out, inner, param.key.c_str(), param.value);
+        appendLine(out, inner, param.key, param.value);
     if (event.parent()) {
         appendText(out, inner);
         appendText(out, L"caused by:\n");
