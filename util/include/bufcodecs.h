@@ -138,9 +138,11 @@ private:
 };
 
 /// The lower-case form of one element.
-template <class T> struct Lower;
+template <class T>
+struct Lower;
 
-template <> struct Lower<wchar_t> {
+template <>
+struct Lower<wchar_t> {
     /// Unicode's simple lower-case mapping of a UTF-16 unit, whatever the locale; a unit without
     /// one, or whose lower-case form is no single unit, stays as it is.
     CERTSTOREUPDATER_API static wchar_t apply(wchar_t unit) noexcept;

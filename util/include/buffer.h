@@ -7,7 +7,8 @@ namespace buffer {
 
 /// The result of a codec or of a function that makes text. It owns its contents alone, cannot be
 /// copied, and becomes a `Buffer` without copying them.
-template <class T> class TmpBuffer : public GenericBuffer<T> {
+template <class T>
+class TmpBuffer : public GenericBuffer<T> {
 public:
     TmpBuffer() noexcept = default;
     /// \param size elements, uninitialised; a terminator follows them
@@ -22,13 +23,15 @@ public:
 
 /// What lies between the storage and `Buffer<T>`: nothing, but for wide buffers, which are
 /// polymorphic, a virtual table in front of the storage.
-template <class T> class BufferRoot : public GenericBuffer<T> {
+template <class T>
+class BufferRoot : public GenericBuffer<T> {
 protected:
     using GenericBuffer<T>::GenericBuffer;
     BufferRoot() noexcept = default;
 };
 
-template <> class BufferRoot<wchar_t> : public GenericBuffer<wchar_t> {
+template <>
+class BufferRoot<wchar_t> : public GenericBuffer<wchar_t> {
 public:
     virtual ~BufferRoot() = default;
 
@@ -44,13 +47,13 @@ protected:
 /// Bytes (`unsigned char`: DER, PINs, property values), narrow text (`char`) or UTF-16 text
 /// (`wchar_t`). Copies share contents of more than 15 elements; see `GenericBuffer` for the
 /// rules.
-template <class T> class Buffer : public BufferRoot<T> {
+template <class T>
+class Buffer : public BufferRoot<T> {
 public:
     /// A null buffer.
     Buffer() noexcept = default;
     /// A copy of a zero-terminated string; a null pointer gives a null buffer.
-    Buffer(const T* zeroTerminated)
-        requires(!std::is_same_v<T, unsigned char>)
+    Buffer(const T* zeroTerminated) requires(!std::is_same_v<T, unsigned char>)
         : BufferRoot<T>(zeroTerminated,
                         zeroTerminated ? std::char_traits<T>::length(zeroTerminated) : 0) {}
     /// \param size elements, uninitialised; a terminator follows them
@@ -71,7 +74,8 @@ public:
 };
 
 /// A run of elements that somebody else owns. Decoders consume it from the front.
-template <class T> class BufferRange {
+template <class T>
+class BufferRange {
 public:
     constexpr BufferRange() noexcept = default;
     constexpr BufferRange(const T* begin, const T* end) noexcept : begin_(begin), end_(end) {}

@@ -108,8 +108,8 @@ private:
 /// Copies of one buffer may be made, used and released by different threads at once. One buffer
 /// object must not be written by one thread while another uses it.
 template <class T,
-          class Manager = CounterReferencedBufferManager<T, std::atomic<std::uint32_t>,
-                                                         std::char_traits<T>>,
+          class Manager =
+              CounterReferencedBufferManager<T, std::atomic<std::uint32_t>, std::char_traits<T>>,
           class Traits = std::char_traits<T>>
 class GenericBuffer {
     static_assert(std::is_trivially_copyable_v<T>);

@@ -39,8 +39,7 @@ Event makeEvent(const wchar_t* file, std::initializer_list<EventParam> params = 
 /// The same for an event that `cause` led to.
 template <class Event>
 Event makeEvent(const wchar_t* file, const GenericEvent& cause,
-                std::initializer_list<EventParam> params = {},
-                int line = __builtin_LINE()) {
+                std::initializer_list<EventParam> params = {}, int line = __builtin_LINE()) {
     Event event(file, line);
     event.setParent(cause);
     for (const EventParam& param : params)

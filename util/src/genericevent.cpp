@@ -70,17 +70,21 @@ GenericEvent& GenericEvent::operator=(const GenericEvent& other) {
 
 GenericEvent::~GenericEvent() = default;
 
-const char* GenericEvent::what() const noexcept { return name_.c_str(); }
+const char* GenericEvent::what() const noexcept {
+    return name_.c_str();
+}
 
 std::unique_ptr<GenericEvent> GenericEvent::clone() const {
     return std::make_unique<GenericEvent>(*this);
 }
 
-const GenericEvent& GenericEvent::event() const noexcept { return *this; }
+const GenericEvent& GenericEvent::event() const noexcept {
+    return *this;
+}
 
 bool GenericEvent::equal(const GenericEvent& other) const noexcept {
-    const bool sameParents = parent_ && other.parent_ ? parent_->equal(*other.parent_)
-                                                      : !parent_ && !other.parent_;
+    const bool sameParents =
+        parent_ && other.parent_ ? parent_->equal(*other.parent_) : !parent_ && !other.parent_;
     return sameParents && name_ == other.name_ && file_ == other.file_ && line_ == other.line_ &&
            code_ == other.code_ && params_ == other.params_;
 }
@@ -91,7 +95,9 @@ TmpBuffer<wchar_t> GenericEvent::dump() const {
     return text;
 }
 
-void GenericEvent::raise() const { throw GenericEvent(*this); }
+void GenericEvent::raise() const {
+    throw GenericEvent(*this);
+}
 
 GenericEvent& GenericEvent::setParam(const Buffer<wchar_t>& key, const Buffer<wchar_t>& value) {
     params_.push_back({key, value});
