@@ -1,0 +1,212 @@
+// Lets sandboxed application packages read files.
+#include "mspermissions.h"
+
+#include "certstoreupdatererror.h"
+#include "makeevent.h"
+
+#include <windows.h>
+
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+using buffer::Buffer;
+using pkcs11::certstoreupdater::CertStoreUpdaterError_InvalidConfiguration;
+
+constexpr wchar_t sourceFile[] = L"src\\mspermissions.cpp";
+
+constexpr int deepestGranted = 2;
+constexpr std::size_t sidOffsetInAce = offsetof(ACCESS_ALLOWED_ACE, SidStart);
+
+static_assert(std::is_same_v<PSID, void*> && std::is_same_v<PACL, _ACL*>);
+static_assert(std::is_same_v<BOOL, std::int32_t>);
+static_assert(sizeof(ACL_SIZE_INFORMATION) == 12);
+static_assert(sizeof(void*) != 8 || SECURITY_DESCRIPTOR_MIN_LENGTH == 40);
+
+/// Reports a Windows function that has just failed. The error code is read before the exception
+/// is made, since making it calls other functions.
+[[noreturn]] void throwFailureOf(const wchar_t* method, DWORD error = GetLastError(),
+                                 int line = __builtin_LINE()) {
+    throw korv::makeEvent<CertStoreUpdaterError_InvalidConfiguration>(
+        sourceFile, {{L"Method", method}, {L"error", error}}, line);
+}
+
+ACL_SIZE_INFORMATION sizeInformation(PACL acl) {
+    ACL_SIZE_INFORMATION size{};
+    if (!GetAclInformation(acl, &size, sizeof size, AclSizeInformation))
+        throwFailureOf(L"GetAclInformation");
+    return size;
+}
+
+/// An entry with everything that its header says it has.
+ACE_HEADER* entryAt(PACL acl, DWORD index) {
+    void* found = nullptr;
+    if (!GetAce(acl, index, &found))
+        throwFailureOf(L"GetAce");
+    auto* entry = static_cast<ACE_HEADER*>(found);
+    // Windows looks at where an entry begins, not at where it ends.
+    const auto* aclEnd = reinterpret_cast<const unsigned char*>(acl) + acl->AclSize;
+    const auto room = aclEnd - static_cast<const unsigned char*>(found);
+    if (room < static_cast<std::ptrdiff_t>(sizeof(ACE_HEADER)) || room < entry->AceSize ||
+        entry->AceSize < sizeof(ACE_HEADER))
+        throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
+    return entry;
+}
+
+bool names(ACE_HEADER* entry, const AnyPackageSid& sid) {
+    if (entry->AceSize < sidOffsetInAce + sid.getLengthSid())
+        return false;
+    return EqualSid(reinterpret_cast<unsigned char*>(entry) + sidOffsetInAce, sid.getSid());
+}
+
+/// Whether the list lies in the descriptor as its header says it does.
+bool contains(const Buffer<unsigned char>& descriptor, const ACL* acl) {
+    const auto* begin = reinterpret_cast<const unsigned char*>(acl);
+    if (begin < descriptor.begin() || begin > descriptor.end())
+        return false;
+    const auto room = static_cast<std::size_t>(descriptor.end() - begin);
+    return room >= sizeof(ACL) && room >= acl->AclSize;
+}
+
+/// An access-control list while it is being built.
+class NewAcl {
+public:
+    explicit NewAcl(DWORD size)
+        : storage_(boost::make_shared<Buffer<unsigned char>>(std::size_t{size})) {
+        // What stays unused is written to the file, too.
+        std::fill_n(storage_->data(), size, static_cast<unsigned char>(0));
+        if (!InitializeAcl(get(), size, ACL_REVISION))
+            throwFailureOf(L"InitializeAcl");
+    }
+
+    PACL get() const noexcept { return reinterpret_cast<PACL>(storage_->data()); }
+
+    boost::shared_ptr<Buffer<unsigned char>> release() noexcept { return std::move(storage_); }
+
+private:
+    boost::shared_ptr<Buffer<unsigned char>> storage_;
+};
+
+void copyEntries(PACL from, DWORD count, PACL to) {
+    for (DWORD i = 0; i != count; ++i) {
+        ACE_HEADER* entry = entryAt(from, i);
+        if (!AddAce(to, ACL_REVISION, i + 1, entry, entry->AceSize))
+            throwFailureOf(L"AddAce");
+    }
+}
+
+void grantTree(const boost::filesystem::path& path, const AnyPackageSid& sid, int depth) {
+    if (depth > deepestGranted)
+        return;
+    MSPermissionsUtils::addPermissions(path, sid);
+    if (!boost::filesystem::is_directory(boost::filesystem::status(path)))
+        return;
+    for (const auto& entry : boost::filesystem::directory_iterator(path))
+        grantTree(entry.path(), sid, depth + 1);
+}
+
+} // namespace
+
+AnyPackageSid::AnyPackageSid() : sid(nullptr) {
+    SID_IDENTIFIER_AUTHORITY authority = {SECURITY_APP_PACKAGE_AUTHORITY};
+    if (!AllocateAndInitializeSid(&authority, 2, SECURITY_APP_PACKAGE_BASE_RID,
+                                  SECURITY_BUILTIN_PACKAGE_ANY_PACKAGE, 0, 0, 0, 0, 0, 0, &sid))
+        throwFailureOf(L"AllocateAndInitializeSid");
+}
+
+AnyPackageSid::~AnyPackageSid() {
+    FreeSid(sid);
+}
+
+void* AnyPackageSid::getSid() const noexcept {
+    return sid;
+}
+
+std::uint32_t AnyPackageSid::getLengthSid() const noexcept {
+    return GetLengthSid(sid);
+}
+
+SecurityDescriptorDacl::SecurityDescriptorDacl(const std::wstring& path)
+    : dacl(nullptr), daclPresent(FALSE), daclDefaulted(FALSE) {
+    DWORD needed = 0;
+    GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &needed);
+
+    securityDescriptor = Buffer<unsigned char>(std::size_t{needed});
+    if (!GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, securityDescriptor.data(),
+                          needed, &needed))
+        throwFailureOf(L"GetFileSecurity");
+
+    if (securityDescriptor.size() < sizeof(SECURITY_DESCRIPTOR_RELATIVE))
+        throwFailureOf(L"GetFileSecurity", ERROR_INVALID_SECURITY_DESCR);
+    if (!GetSecurityDescriptorDacl(securityDescriptor.data(), &daclPresent, &dacl, &daclDefaulted))
+        throwFailureOf(L"GetSecurityDescriptorDacl");
+    if (!daclPresent || !dacl)
+        throw korv::makeEvent<CertStoreUpdaterError_InvalidConfiguration>(
+            sourceFile, {{L"error", L"GetSecurityDescriptorDacl not found"}});
+    if (!contains(securityDescriptor, dacl))
+        throwFailureOf(L"GetSecurityDescriptorDacl", ERROR_INVALID_SECURITY_DESCR);
+}
+
+SecurityDescriptorDacl::SecurityDescriptorDacl(const SecurityDescriptorDacl& current,
+                                               const AnyPackageSid& sid)
+    : securityDescriptor(std::size_t{SECURITY_DESCRIPTOR_MIN_LENGTH}), dacl(nullptr),
+      daclPresent(FALSE), daclDefaulted(TRUE) {
+    if (!InitializeSecurityDescriptor(securityDescriptor.data(), SECURITY_DESCRIPTOR_REVISION))
+        throwFailureOf(L"InitializeSecurityDescriptor");
+
+    const ACL_SIZE_INFORMATION currentSize = sizeInformation(current.dacl);
+    NewAcl acl(currentSize.AclBytesInUse + 2 * sid.getLengthSid());
+    dacl = acl.get();
+    aclStorage = acl.release();
+
+    if (!AddAccessAllowedAceEx(dacl, ACL_REVISION, OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE,
+                               GENERIC_READ, sid.getSid()))
+        throwFailureOf(L"AddAccessAllowedAceEx");
+    copyEntries(current.dacl, currentSize.AceCount, dacl);
+    if (!IsValidAcl(dacl))
+        throwFailureOf(L"IsValidAcl");
+    if (!SetSecurityDescriptorDacl(securityDescriptor.data(), current.daclPresent, dacl,
+                                   current.daclDefaulted))
+        throwFailureOf(L"SetSecurityDescriptorDacl");
+}
+
+SecurityDescriptorDacl::~SecurityDescriptorDacl() = default;
+
+void* SecurityDescriptorDacl::getSecurityDescriptor() const noexcept {
+    return const_cast<unsigned char*>(securityDescriptor.data());
+}
+
+_ACL* SecurityDescriptorDacl::getDacl() const noexcept {
+    return dacl;
+}
+
+bool MSPermissionsUtils::hasPermissions(const SecurityDescriptorDacl& descriptor,
+                                        const AnyPackageSid& sid) {
+    const DWORD count = sizeInformation(descriptor.getDacl()).AceCount;
+    for (DWORD i = 0; i != count; ++i)
+        if (names(entryAt(descriptor.getDacl(), i), sid))
+            return true;
+    return false;
+}
+
+void MSPermissionsUtils::addPermissions(boost::filesystem::path path, const AnyPackageSid& sid) {
+    const std::wstring file = path.native();
+    const SecurityDescriptorDacl current(file);
+    if (hasPermissions(current, sid))
+        return;
+    const SecurityDescriptorDacl granted(current, sid);
+    if (!SetFileSecurityW(file.c_str(), DACL_SECURITY_INFORMATION, granted.getSecurityDescriptor()))
+        throwFailureOf(L"SetFileSecurity");
+}
+
+void MSPermissionsUtils::addPermissionsRecursive(boost::filesystem::path path,
+                                                 const AnyPackageSid& sid) {
+    grantTree(path, sid, 0);
+}
