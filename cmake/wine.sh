@@ -1,6 +1,7 @@
 # shellcheck shell=bash
 # Wine as the project uses it, to be sourced: a prefix of its own under build/, one server for many
 # programs. The caller sets root to the checkout.
+: "${root:?}"
 
 use_wine_prefix() {
     export WINEPREFIX=$root/build/wineprefix

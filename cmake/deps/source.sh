@@ -1,6 +1,7 @@
 # shellcheck shell=bash
 # Source packages without touching the system's apt set-up, to be sourced.
 # The caller sets root to the checkout.
+: "${root:?}"
 
 # fetch_source PACKAGE FOLDER [PATTERN]: unpacks the upstream sources of a Debian source package
 # into FOLDER, or only the part of them whose path in the archive matches PATTERN.

@@ -1,0 +1,144 @@
+#!/usr/bin/env python3
+"""Adds up test results: results.py NAME=BUILD_FOLDER...
+
+Every test that a build folder declares counts: a GoogleTest program by what its JSON file says, a
+program without one (it crashed, or could not start) as one failure, a script as one test. Prints
+the failures, a table of rooms and builds, and the totals. Ends with 1 if a test failed or none
+was run.
+"""
+
+import json
+import subprocess
+import sys
+import xml.etree.ElementTree as ElementTree
+from collections import defaultdict
+from pathlib import Path
+
+
+class Count:
+    def __init__(self):
+        self.passed = 0
+        self.failed = 0
+        self.skipped = 0
+
+    def add(self, other):
+        self.passed += other.passed
+        self.failed += other.failed
+        self.skipped += other.skipped
+
+    def __str__(self):
+        parts = [f"{self.passed} passed"]
+        if self.failed:
+            parts.append(f"{self.failed} failed")
+        if self.skipped:
+            parts.append(f"{self.skipped} skipped")
+        return ", ".join(parts)
+
+
+def declared_tests(build):
+    """Names and labels of the tests that ctest knows in a build folder."""
+    output = subprocess.run(
+        ["ctest", "--test-dir", str(build), "--show-only=json-v1"],
+        check=True, capture_output=True, text=True).stdout
+    for test in json.loads(output)["tests"]:
+        properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
+        yield test["name"], properties.get("LABELS", ["other"])
+
+
+def outcomes(build):
+    """What ctest itself saw: status and output of every test that it ran."""
+    return {case.get("name"): (case.get("status"), case.findtext("system-out") or "")
+            for report in (build / "test-results").glob("*.xml")
+            for case in ElementTree.parse(report).getroot().iter("testcase")}
+
+
+def tail(text, lines=15):
+    return "\n".join("    " + line for line in text.strip().splitlines()[-lines:])
+
+
+def count_program(file, status, output, complain):
+    """Counts the tests of one GoogleTest program."""
+    count = Count()
+    try:
+        suites = json.loads(file.read_text(encoding="utf-8", errors="replace"))["testsuites"]
+    except (OSError, ValueError, KeyError):
+        count.failed = 1
+        complain("left no results: it crashed or did not start\n" + tail(output))
+        return count
+    for suite in suites:
+        for test in suite["testsuite"]:
+            if test.get("failures"):
+                count.failed += 1
+                messages = "\n".join(failure["failure"] for failure in test["failures"])
+                complain(f"{suite['name']}.{test['name']}\n{tail(messages)}")
+            elif test.get("result") == "SKIPPED":
+                count.skipped += 1
+            elif test.get("status") == "RUN":
+                count.passed += 1
+    if status != "run" and not count.failed:
+        count.failed = 1
+        complain("all tests passed, but the program did not end well\n" + tail(output))
+    return count
+
+
+def count_script(status, output, complain):
+    count = Count()
+    if status == "run":
+        count.passed = 1
+    else:
+        count.failed = 1
+        complain("\n" + tail(output, 30))
+    return count
+
+
+def count_build(name, build):
+    """Counts by room; prints what failed."""
+    rooms = defaultdict(Count)
+    seen = outcomes(build)
+    for test, labels in declared_tests(build):
+        if test not in seen:
+            continue
+        status, output = seen[test]
+        room = next(label for label in labels if label != "script")
+
+        def complain(text, test=test):
+            print(f"FAILED {name}: {test}: {text}")
+
+        if "script" in labels:
+            rooms[room].add(count_script(status, output, complain))
+        else:
+            file = build / "test-results" / f"{test}.json"
+            rooms[room].add(count_program(file, status, output, complain))
+    return rooms
+
+
+def print_table(builds, counts):
+    rooms = sorted({room for by_room in counts.values() for room in by_room})
+    cells = {(room, name): str(counts[name][room]) if room in counts[name] else "-"
+             for room in rooms for name in builds}
+    widths = {name: max([len(name)] + [len(cells[room, name]) for room in rooms])
+              for name in builds}
+    first = max([len("room")] + [len(room) for room in rooms])
+    print("  ".join(["room".ljust(first)] + [name.ljust(widths[name]) for name in builds]).rstrip())
+    for room in rooms:
+        row = [room.ljust(first)] + [cells[room, name].ljust(widths[name]) for name in builds]
+        print("  ".join(row).rstrip())
+
+
+def main(arguments):
+    builds = dict(argument.split("=", 1) for argument in arguments)
+    counts = {name: count_build(name, Path(folder)) for name, folder in builds.items()}
+    total = Count()
+    for by_room in counts.values():
+        for count in by_room.values():
+            total.add(count)
+    print()
+    print_table(list(builds), counts)
+    if total.skipped:
+        print(f"{total.skipped} tests were skipped")
+    print(f"{total.passed} passed, {total.failed} failed")
+    return 0 if total.passed and not total.failed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

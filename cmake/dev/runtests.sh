@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Runs the tests of one build: runtests.sh PRESET FILTER JOBS. With a filter only the GoogleTest
+# tests and the scripts that have it in their names are run. Results: build/PRESET/test-results.
+set -euo pipefail
+
+preset=$1 filter=$2 jobs=$3
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+results=$root/build/$preset/test-results
+
+run() {
+    local report=$1
+    shift
+    ctest --preset "$preset" --parallel "$jobs" --no-tests=ignore --output-junit "$report" "$@"
+}
+
+cd "$root"
+rm -rf "$results"
+mkdir -p "$results"
+if [[ -z $filter ]]; then
+    run "$results/all.xml"
+    exit
+fi
+
+name=$(printf '%s' "$filter" | sed 's/[][().*+?^$|\\]/\\&/g')
+status=0
+GTEST_FILTER="*$filter*" run "$results/programs.xml" --label-exclude '^script$' || status=1
+run "$results/scripts.xml" --label-regex '^script$' --tests-regex "$name" || status=1
+exit "$status"

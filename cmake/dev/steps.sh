@@ -1,0 +1,113 @@
+# shellcheck shell=bash
+# Steps: commands with a name, a log and one line that tells how they went. To be sourced; the
+# caller sets root to the checkout.
+: "${root:?}"
+
+log_folder=$root/build/logs
+stamp_folder=$root/build/deps/stamps
+
+# step NAME COMMAND...: runs the command with its output in build/logs/NAME.log; if it fails, shows
+# the end of the log and ends the program.
+step() {
+    local name=$1
+    shift
+    try_step "$name" "$@" || fail_step "$name"
+}
+
+# try_step NAME COMMAND...: the same, but leaves it to the caller what a failure means.
+try_step() {
+    local name=$1 log start=$SECONDS ticker status=0
+    shift
+    log=$(log_of "$name")
+    mkdir -p "$log_folder"
+    : >"$log"
+    [[ ! -t 1 ]] || printf '%s ...' "$name"
+    show_progress "$name" "$log" &
+    ticker=$!
+    "$@" </dev/null >"$log" 2>&1 8>&- || status=$?
+    kill "$ticker" 2>/dev/null || true
+    wait "$ticker" 2>/dev/null || true
+    if ((status)); then
+        report_step "$name" failed $((SECONDS - start))
+    else
+        report_step "$name" "done" $((SECONDS - start))
+    fi
+    return "$status"
+}
+
+# once NAME FILE... -- COMMAND...: a step that is skipped while the files are what they were when
+# it last succeeded.
+once() {
+    local name=$1 files=() stamp print
+    shift
+    while [[ $1 != -- ]]; do
+        files+=("$1")
+        shift
+    done
+    shift
+    stamp=$stamp_folder/${name// /-}
+    print=$(cd "$root" && sha256sum "${files[@]}")
+    if [[ -f $stamp && $(<"$stamp") == "$print" ]]; then
+        report_step "$name" skipped 0
+        return
+    fi
+    rm -f "$stamp"
+    step "$name" "$@"
+    mkdir -p "$stamp_folder"
+    printf '%s\n' "$print" >"$stamp"
+}
+
+log_of() {
+    printf '%s/%s.log' "$log_folder" "${1// /-}"
+}
+
+report_step() {
+    local line
+    printf -v line '%-36s %s, %d s' "$1" "$2" "$3"
+    if [[ -t 1 ]]; then
+        printf '\r\e[K%s\n' "$line"
+    else
+        printf '%s\n' "$line"
+    fi
+}
+
+fail_step() {
+    local log
+    log=$(log_of "$1")
+    {
+        echo
+        echo "$1 failed. The end of its log:"
+        tail -n 30 "$log" | sed 's/^/    /'
+        echo "The whole log: $log"
+    } >&2
+    exit 1
+}
+
+# Says every second (on a terminal) or every half minute (elsewhere) how far a step is.
+show_progress() {
+    local name=$1 log=$2 start=$SECONDS pause=30 form='%-36s %s %d s ...\n'
+    if [[ -t 1 ]]; then
+        pause=1
+        form='\r\e[K%-36s %s %d s'
+    fi
+    # Waits on a pipe that never speaks: no child process is left behind when this one is killed.
+    exec 8>&- 7<> <(:)
+    while true; do
+        read -r -t "$pause" -u 7 || true
+        # shellcheck disable=SC2059
+        printf "$form" "$name" "$(progress_in "$log")" $((SECONDS - start))
+    done
+}
+
+# How far the tools say they are: ninja and ctest count, apt names packages in three rounds.
+progress_in() {
+    awk '
+        / newly installed,/ { total = 3 * $3; seen = 0 }
+        total && /^(Get:|Unpacking |Setting up )/ { seen++; far = seen " of " total }
+        match($0, /^\[[0-9]+\/[0-9]+\]/) || match($0, /^ *[0-9]+\/[0-9]+ Test/) {
+            far = substr($0, RSTART, RLENGTH)
+            gsub(/[^0-9\/]/, "", far)
+            sub("/", " of ", far)
+        }
+        END { print far ? far "," : "" }' "$1"
+}
