@@ -22,15 +22,16 @@ namespace testsupport {
 /// that share it.
 class CallLog {
 public:
-  void add(std::string_view function) { names_.emplace_back(function); }
-  void clear() { names_.clear(); }
-  const std::vector<std::string> &names() const noexcept { return names_; }
+    void add(std::string_view function) { names_.emplace_back(function); }
+    void clear() { names_.clear(); }
+    const std::vector<std::string>& names() const noexcept { return names_; }
 
 private:
-  std::vector<std::string> names_;
+    std::vector<std::string> names_;
 };
 
-template <class Function> class ImportHook;
+template <class Function>
+class ImportHook;
 
 /// What an `ImportHook` does, apart from how it is reached: an import table
 /// holds a plain address, so each signature has a fixed number of functions to
@@ -42,116 +43,122 @@ template <class Function> class ImportHook;
 template <class Result, class... Arguments>
 class ImportHook<Result(Arguments...)> {
 public:
-  using Function = Result(Arguments...);
-  using Call = std::tuple<Arguments...>;
+    using Function = Result(Arguments...);
+    using Call = std::tuple<Arguments...>;
 
-  /// \param log if given, also gets an entry for every call; it must outlive
-  /// the hook \throws std::invalid_argument if `module` does not import the
-  /// function
-  ImportHook(void *module, std::string_view dll, std::string_view function,
-             CallLog *log = nullptr)
-      : name_(function), slot_(module, dll, function),
-        original_(reinterpret_cast<Function *>(slot_.target())), log_(log) {
-    const std::size_t free = takeTrampoline(this);
-    slot_.redirect(reinterpret_cast<ImportSlot::Address>(trampolines[free]));
-    trampoline_ = free;
-  }
-  ImportHook(const ImportHook &) = delete;
-  ImportHook &operator=(const ImportHook &) = delete;
-  ~ImportHook() {
-    slot_.redirect(reinterpret_cast<ImportSlot::Address>(original_));
-    owners()[trampoline_] = nullptr;
-  }
+    /// \param log if given, also gets an entry for every call; it must outlive
+    /// the hook \throws std::invalid_argument if `module` does not import the
+    /// function
+    ImportHook(void* module, std::string_view dll, std::string_view function,
+               CallLog* log = nullptr)
+        : name_(function), slot_(module, dll, function),
+          original_(reinterpret_cast<Function*>(slot_.target())), log_(log) {
+        const std::size_t free = takeTrampoline(this);
+        slot_.redirect(reinterpret_cast<ImportSlot::Address>(trampolines[free]));
+        trampoline_ = free;
+    }
+    ImportHook(const ImportHook&) = delete;
+    ImportHook& operator=(const ImportHook&) = delete;
+    ~ImportHook() {
+        slot_.redirect(reinterpret_cast<ImportSlot::Address>(original_));
+        owners()[trampoline_] = nullptr;
+    }
 
-  /// Answers every call from now on by `replacement`, which may call
-  /// `original()`.
-  void replace(std::function<Function> replacement) {
-    replacement_ = std::move(replacement);
-  }
+    /// Answers every call from now on by `replacement`, which may call
+    /// `original()`.
+    void replace(std::function<Function> replacement) { replacement_ = std::move(replacement); }
 
-  /// Answers the n-th call (the first is 1, counted from the making of the hook
-  /// or the last `reset`) by `result` without making it, after setting the
-  /// thread's last error.
-  void fail(std::size_t n, Result result, DWORD lastError) {
-    onCall(n, [result, lastError](Arguments...) {
-      SetLastError(lastError);
-      return result;
-    });
-  }
+    /// Answers the n-th call (the first is 1, counted from the making of the hook
+    /// or the last `reset`) by `result` without making it, after setting the
+    /// thread's last error.
+    void fail(std::size_t n, Result result, DWORD lastError) {
+        onCall(n, [result, lastError](Arguments...) {
+            SetLastError(lastError);
+            return result;
+        });
+    }
 
-  /// Answers the n-th call by `answer`, which may throw.
-  void onCall(std::size_t n, std::function<Function> answer) {
-    special_.emplace_back(n, std::move(answer));
-  }
+    /// Answers the n-th call by `answer`, which may throw.
+    void onCall(std::size_t n, std::function<Function> answer) {
+        special_.emplace_back(n, std::move(answer));
+    }
 
-  /// Forgets all calls and all that was told.
-  void reset() {
-    calls_.clear();
-    special_.clear();
-    replacement_ = nullptr;
-  }
+    /// Forgets all calls and all that was told.
+    void reset() {
+        calls_.clear();
+        special_.clear();
+        replacement_ = nullptr;
+    }
 
-  std::size_t count() const noexcept { return calls_.size(); }
-  /// The arguments of all calls, in order. What pointers point at may be gone.
-  const std::vector<Call> &calls() const noexcept { return calls_; }
-  /// One argument of the n-th call; the first call is 1.
-  template <std::size_t Index> const auto &argument(std::size_t n) const {
-    return std::get<Index>(calls_.at(n - 1));
-  }
+    std::size_t count() const noexcept { return calls_.size(); }
+    /// The arguments of all calls, in order. What pointers point at may be gone.
+    const std::vector<Call>& calls() const noexcept { return calls_; }
+    /// One argument of the n-th call; the first call is 1.
+    template <std::size_t Index>
+    const auto& argument(std::size_t n) const {
+        return std::get<Index>(calls_.at(n - 1));
+    }
 
-  /// What the module called before.
-  Result original(Arguments... arguments) const {
-    return original_(arguments...);
-  }
+    /// What the module called before.
+    Result original(Arguments... arguments) const { return original_(arguments...); }
 
 private:
-  static constexpr std::size_t trampolineCount = 8;
+    static constexpr std::size_t trampolineCount = 8;
 
-  static std::array<ImportHook *, trampolineCount> &owners() {
-    static std::array<ImportHook *, trampolineCount> hooks{};
-    return hooks;
-  }
+    static std::array<ImportHook*, trampolineCount>& owners() {
+        static std::array<ImportHook*, trampolineCount> hooks{};
+        return hooks;
+    }
 
-  template <std::size_t Index>
-  static Result trampoline(Arguments... arguments) {
-    return owners()[Index]->call(arguments...);
-  }
+    template <std::size_t Index>
+    static Result trampoline(Arguments... arguments) {
+        return owners()[Index]->call(arguments...);
+    }
 
-  template <std::size_t... Indexes>
-  static constexpr std::array<Function *, trampolineCount>
-  makeTrampolines(std::index_sequence<Indexes...>) {
-    return {&ImportHook::template trampoline<Indexes>...};
-  }
-  static constexpr std::array<Function *, trampolineCount> trampolines =
-      makeTrampolines(std::make_index_sequence<trampolineCount>());
+    template <std::size_t... Indexes>
+    static constexpr std::array<Function*, trampolineCount>
+    makeTrampolines(std::index_sequence<Indexes...>) {
+        return {&ImportHook::template trampoline<Indexes>...};
+    }
+    static constexpr std::array<Function*, trampolineCount> trampolines =
+        makeTrampolines(std::make_index_sequence<trampolineCount>());
 
-  static std::size_t takeTrampoline(ImportHook *owner) {
-    for (std::size_t i = 0; i != trampolineCount; ++i)
-      if (!owners()[i]) {
-        owners()[i] = owner;
-        return i;
-      }
-    throw std::logic_error("too many hooks on functions of one signature");
-  }
+    static std::size_t takeTrampoline(ImportHook* owner) {
+        for (std::size_t i = 0; i != trampolineCount; ++i)
+            if (!owners()[i]) {
+                owners()[i] = owner;
+                return i;
+            }
+        throw std::logic_error("too many hooks on functions of one signature");
+    }
 
-  Result call(Arguments... arguments) {
-    calls_.emplace_back(arguments...);
-    if (log_)
-      log_->add(name_);
-    for (const auto &[n, answer] : special_)
-      if (n == calls_.size())
-        return answer(arguments...);
-    return replacement_ ? replacement_(arguments...) : original_(arguments...);
-  }
+    Result call(Arguments... arguments) {
+        if (recording_) // the module is the one that the hook itself is compiled into
+            return original_(arguments...);
+        record(arguments...);
+        for (const auto& [n, answer] : special_)
+            if (n == calls_.size())
+                return answer(arguments...);
+        return replacement_ ? replacement_(arguments...) : original_(arguments...);
+    }
 
-  std::string name_;
-  ImportSlot slot_;
-  Function *original_;
-  CallLog *log_;
-  std::size_t trampoline_ = 0;
-  std::vector<Call> calls_;
-  std::vector<std::pair<std::size_t, std::function<Function>>> special_;
-  std::function<Function> replacement_;
+    void record(Arguments... arguments) {
+        recording_ = true;
+        calls_.emplace_back(arguments...);
+        if (log_)
+            log_->add(name_);
+        recording_ = false;
+    }
+
+    std::string name_;
+    ImportSlot slot_;
+    Function* original_;
+    CallLog* log_;
+    std::size_t trampoline_ = 0;
+    bool recording_ = false;
+    std::vector<Call> calls_;
+    std::vector<std::pair<std::size_t, std::function<Function>>> special_;
+    std::function<Function> replacement_;
 };
 
 } // namespace testsupport

@@ -13,109 +13,99 @@ namespace {
 
 class Image {
 public:
-  explicit Image(void *module) : base_(static_cast<unsigned char *>(module)) {}
+    explicit Image(void* module) : base_(static_cast<unsigned char*>(module)) {}
 
-  template <class T> T *at(DWORD offset) const {
-    return static_cast<T *>(static_cast<void *>(base_ + offset));
-  }
+    template <class T>
+    T* at(DWORD offset) const {
+        return static_cast<T*>(static_cast<void*>(base_ + offset));
+    }
 
-  /// The first import descriptor, or null if the module imports nothing.
-  const IMAGE_IMPORT_DESCRIPTOR *imports() const {
-    const auto *dos = at<const IMAGE_DOS_HEADER>(0);
-    const auto *nt =
-        at<const IMAGE_NT_HEADERS>(static_cast<DWORD>(dos->e_lfanew));
-    const IMAGE_DATA_DIRECTORY &directory =
-        nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    return directory.Size == 0
-               ? nullptr
-               : at<const IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress);
-  }
+    /// The first import descriptor, or null if the module imports nothing.
+    const IMAGE_IMPORT_DESCRIPTOR* imports() const {
+        const auto* dos = at<const IMAGE_DOS_HEADER>(0);
+        const auto* nt = at<const IMAGE_NT_HEADERS>(static_cast<DWORD>(dos->e_lfanew));
+        const IMAGE_DATA_DIRECTORY& directory =
+            nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+        return directory.Size == 0 ? nullptr
+                                   : at<const IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress);
+    }
 
 private:
-  unsigned char *base_;
+    unsigned char* base_;
 };
 
 char lowerAscii(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return lowerAscii(x) == lowerAscii(y);
-  });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lowerAscii(x) == lowerAscii(y); });
 }
 
-void collectEntries(const Image &image,
-                    const IMAGE_IMPORT_DESCRIPTOR &descriptor,
-                    std::string_view function,
-                    std::vector<ImportSlot::Address *> &entries) {
-  // Without a table of names of its own the descriptor's names were overwritten
-  // by addresses.
-  if (descriptor.OriginalFirstThunk == 0)
-    return;
-  const auto *name =
-      image.at<const IMAGE_THUNK_DATA>(descriptor.OriginalFirstThunk);
-  auto *entry = image.at<ImportSlot::Address>(descriptor.FirstThunk);
-  for (; name->u1.AddressOfData != 0; ++name, ++entry) {
-    if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal))
-      continue;
-    const auto *byName = image.at<const IMAGE_IMPORT_BY_NAME>(
-        static_cast<DWORD>(name->u1.AddressOfData));
-    if (function == static_cast<const char *>(&byName->Name[0]))
-      entries.push_back(entry);
-  }
+void collectEntries(const Image& image, const IMAGE_IMPORT_DESCRIPTOR& descriptor,
+                    std::string_view function, std::vector<ImportSlot::Address*>& entries) {
+    // Without a table of names of its own the descriptor's names were overwritten
+    // by addresses.
+    if (descriptor.OriginalFirstThunk == 0)
+        return;
+    const auto* name = image.at<const IMAGE_THUNK_DATA>(descriptor.OriginalFirstThunk);
+    auto* entry = image.at<ImportSlot::Address>(descriptor.FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++entry) {
+        if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal))
+            continue;
+        const auto* byName =
+            image.at<const IMAGE_IMPORT_BY_NAME>(static_cast<DWORD>(name->u1.AddressOfData));
+        if (function == static_cast<const char*>(&byName->Name[0]))
+            entries.push_back(entry);
+    }
 }
 
-std::vector<ImportSlot::Address *>
-findEntries(void *module, std::string_view dll, std::string_view function) {
-  std::vector<ImportSlot::Address *> entries;
-  const Image image(module);
-  const IMAGE_IMPORT_DESCRIPTOR *descriptor = image.imports();
-  for (; descriptor && descriptor->Name != 0; ++descriptor)
-    if (equalIgnoringCase(image.at<const char>(descriptor->Name), dll))
-      collectEntries(image, *descriptor, function, entries);
-  return entries;
+std::vector<ImportSlot::Address*> findEntries(void* module, std::string_view dll,
+                                              std::string_view function) {
+    std::vector<ImportSlot::Address*> entries;
+    const Image image(module);
+    const IMAGE_IMPORT_DESCRIPTOR* descriptor = image.imports();
+    for (; descriptor && descriptor->Name != 0; ++descriptor)
+        if (equalIgnoringCase(image.at<const char>(descriptor->Name), dll))
+            collectEntries(image, *descriptor, function, entries);
+    return entries;
 }
 
 /// Makes an entry writable for the length of a scope.
 class Unprotected {
 public:
-  explicit Unprotected(ImportSlot::Address *entry) : entry_(entry) {
-    if (!VirtualProtect(entry_, sizeof *entry_, PAGE_READWRITE, &protection_))
-      throw std::runtime_error("an import table cannot be made writable");
-  }
-  Unprotected(const Unprotected &) = delete;
-  Unprotected &operator=(const Unprotected &) = delete;
-  ~Unprotected() {
-    VirtualProtect(entry_, sizeof *entry_, protection_, &protection_);
-  }
+    explicit Unprotected(ImportSlot::Address* entry) : entry_(entry) {
+        if (!VirtualProtect(entry_, sizeof *entry_, PAGE_READWRITE, &protection_))
+            throw std::runtime_error("an import table cannot be made writable");
+    }
+    Unprotected(const Unprotected&) = delete;
+    Unprotected& operator=(const Unprotected&) = delete;
+    ~Unprotected() { VirtualProtect(entry_, sizeof *entry_, protection_, &protection_); }
 
 private:
-  ImportSlot::Address *entry_;
-  DWORD protection_ = 0;
+    ImportSlot::Address* entry_;
+    DWORD protection_ = 0;
 };
 
 } // namespace
 
-ImportSlot::ImportSlot(void *module, std::string_view dll,
-                       std::string_view function)
+ImportSlot::ImportSlot(void* module, std::string_view dll, std::string_view function)
     : entries_(findEntries(module, dll, function)) {
-  if (entries_.empty())
-    throw std::invalid_argument("the module does not import " +
-                                std::string(function) + " from " +
-                                std::string(dll));
+    if (entries_.empty())
+        throw std::invalid_argument("the module does not import " + std::string(function) +
+                                    " from " + std::string(dll));
 }
 
 void ImportSlot::redirect(Address newTarget) {
-  for (Address *entry : entries_) {
-    const Unprotected writable(entry);
-    *entry = newTarget;
-  }
+    for (Address* entry : entries_) {
+        const Unprotected writable(entry);
+        *entry = newTarget;
+    }
 }
 
-bool ImportSlot::exists(void *module, std::string_view dll,
-                        std::string_view function) {
-  return !findEntries(module, dll, function).empty();
+bool ImportSlot::exists(void* module, std::string_view dll, std::string_view function) {
+    return !findEntries(module, dll, function).empty();
 }
 
 } // namespace testsupport

@@ -13,31 +13,29 @@ namespace testsupport {
 /// may do for all calls within one function.
 class ImportSlot {
 public:
-  using Address = void (*)();
+    using Address = void (*)();
 
-  /// \param module   a loaded module (an HMODULE); it must stay loaded as long
-  /// as this object
-  ///   is used
-  /// \param dll      name of the DLL as the import table gives it; letter case
-  /// does not matter \param function name of the function; imports by ordinal
-  /// are not found \throws std::invalid_argument if the module does not import
-  /// the function
-  ImportSlot(void *module, std::string_view dll, std::string_view function);
+    /// \param module   a loaded module (an HMODULE); it must stay loaded as long
+    /// as this object
+    ///   is used
+    /// \param dll      name of the DLL as the import table gives it; letter case
+    /// does not matter \param function name of the function; imports by ordinal
+    /// are not found \throws std::invalid_argument if the module does not import
+    /// the function
+    ImportSlot(void* module, std::string_view dll, std::string_view function);
 
-  /// Where the module's calls go now.
-  Address target() const noexcept { return *entries_.front(); }
+    /// Where the module's calls go now.
+    Address target() const noexcept { return *entries_.front(); }
 
-  /// Sends the module's calls to `newTarget` from now on.
-  /// \throws std::runtime_error if the table cannot be made writable
-  void redirect(Address newTarget);
+    /// Sends the module's calls to `newTarget` from now on.
+    /// \throws std::runtime_error if the table cannot be made writable
+    void redirect(Address newTarget);
 
-  /// Whether the module imports the function.
-  static bool exists(void *module, std::string_view dll,
-                     std::string_view function);
+    /// Whether the module imports the function.
+    static bool exists(void* module, std::string_view dll, std::string_view function);
 
 private:
-  std::vector<Address *>
-      entries_; // more than one if the DLL is named more than once
+    std::vector<Address*> entries_; // more than one if the DLL is named more than once
 };
 
 } // namespace testsupport
