@@ -1,0 +1,54 @@
+// The process-wide registry of loaded PKCS #11 modules.
+#pragma once
+
+#include "cklibrary.h"
+
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace pkcs11 {
+
+/// Loads and unloads modules. Every `load` that returned needs one `unload`; a module that is
+/// loaded several times is initialised once and finalised with its last `unload`. All operations
+/// may be called from several threads at once.
+class Libraries {
+public:
+    static Libraries& instance();
+
+    Libraries(const Libraries&) = delete;
+    Libraries& operator=(const Libraries&) = delete;
+
+    /// Loads a module file and initialises it (C_Initialize with CKF_OS_LOCKING_OK). A module
+    /// that answers CKR_CRYPTOKI_ALREADY_INITIALIZED is in use by other code of this process: it
+    /// is used as it is and never finalised from here.
+    ///
+    /// \param path in the active code page on Windows. A name without a directory is looked for
+    ///   in the program's directory, then in the system's; a relative path is made absolute.
+    ///   Neither the current directory nor the system's search path is ever looked at, also not
+    ///   for the DLLs that the module needs: they come from its own directory or the system's.
+    /// \throws Pkcs11Error_CryptokiError "5" with a parent (see there) if the file cannot be
+    ///   loaded or lacks a function; else with the module's answer to C_GetFunctionList or
+    ///   C_Initialize. Nothing stays loaded then.
+    CkLibrary load(const std::string& path);
+
+    /// Undoes one `load`.
+    /// \throws Pkcs11Error_CryptokiError "7" if the module is not loaded; with the answer of
+    ///   C_Finalize if that failed, after the module was freed and forgotten.
+    void unload(const CkLibrary& library);
+
+private:
+    struct Loaded {
+        std::shared_ptr<Module> module;
+        std::size_t users;
+    };
+
+    Libraries() = default;
+    ~Libraries() = default;
+
+    std::mutex mutex_;
+    std::vector<Loaded> loaded_;
+};
+
+} // namespace pkcs11

@@ -1,0 +1,96 @@
+// A loaded PKCS #11 module.
+#include "module.h"
+
+#include "cklibrary.h"
+
+#include <utility>
+
+namespace pkcs11 {
+
+namespace {
+
+constexpr wchar_t sourceFile[] = L"pkcs11\\src\\module.cpp";
+
+[[noreturn]] void throwUnusable(const std::string& path, const buffer::Buffer<wchar_t>& lack,
+                                int line = __builtin_LINE()) {
+    throw cryptokiError(sourceFile, ckr::generalError,
+                        moduleNotLoaded(sourceFile, path, lack, line), line);
+}
+
+// The first function that this room calls and that the list does not have, or null.
+const wchar_t* missingFunction(const CK_FUNCTION_LIST& list) {
+    const std::pair<const wchar_t*, bool> functions[] = {
+        {L"C_Initialize", list.C_Initialize != nullptr},
+        {L"C_Finalize", list.C_Finalize != nullptr},
+        {L"C_GetSlotList", list.C_GetSlotList != nullptr},
+        {L"C_GetTokenInfo", list.C_GetTokenInfo != nullptr},
+        {L"C_OpenSession", list.C_OpenSession != nullptr},
+        {L"C_CloseSession", list.C_CloseSession != nullptr},
+        {L"C_Login", list.C_Login != nullptr},
+        {L"C_FindObjectsInit", list.C_FindObjectsInit != nullptr},
+        {L"C_FindObjects", list.C_FindObjects != nullptr},
+        {L"C_FindObjectsFinal", list.C_FindObjectsFinal != nullptr},
+        {L"C_GetAttributeValue", list.C_GetAttributeValue != nullptr},
+    };
+    for (const auto& [name, isThere] : functions)
+        if (!isThere)
+            return name;
+    return nullptr;
+}
+
+} // namespace
+
+Module::Module(DynamicLibrary file, const std::string& path) : file_(std::move(file)) {
+    const auto getFunctionList =
+        reinterpret_cast<CK_C_GetFunctionList>(file_.function("C_GetFunctionList"));
+    if (!getFunctionList)
+        throwUnusable(path, L"C_GetFunctionList is missing");
+    CK_FUNCTION_LIST* list = nullptr;
+    check(getFunctionList(&list), sourceFile);
+    if (!list)
+        throwUnusable(path, L"the function list is missing");
+    if (const wchar_t* name = missingFunction(*list)) {
+        buffer::Buffer<wchar_t> lack = name;
+        lack.append(buffer::Buffer<wchar_t>(L" is missing"));
+        throwUnusable(path, lack);
+    }
+    functions_ = list;
+}
+
+void Module::initialize() {
+    CK_C_INITIALIZE_ARGS arguments{};
+    arguments.flags = CKF_OS_LOCKING_OK;
+    const CK_RV answer = functions().C_Initialize(&arguments);
+    if (answer == ckr::cryptokiAlreadyInitialized)
+        return;
+    check(answer, sourceFile);
+    isOurs_ = true;
+}
+
+CK_RV Module::finalizeAndFree() noexcept {
+    const CK_RV answer = isOurs_ ? functions_->C_Finalize(nullptr) : CKR_OK;
+    functions_ = nullptr;
+    file_ = DynamicLibrary();
+    return answer;
+}
+
+const CK_FUNCTION_LIST& Module::functions() const {
+    if (!functions_)
+        throw cryptokiError(sourceFile, ckr::cryptokiNotInitialized);
+    return *functions_;
+}
+
+const Module& CkLibrary::module() const {
+    if (!module_)
+        throw cryptokiError(sourceFile, ckr::cryptokiNotInitialized);
+    return *module_;
+}
+
+korv::GenericEvent moduleNotLoaded(const wchar_t* file, const std::string& path,
+                                   const buffer::Buffer<wchar_t>& error, int line) {
+    korv::GenericEvent event("ModuleNotLoaded", file, line, 0);
+    event.setParam(L"MODULE", pathAsText(path)).setParam(L"ERROR", error);
+    return event;
+}
+
+} // namespace pkcs11
