@@ -9,7 +9,7 @@ declare -A packages=(
         g++-mingw-w64-x86-64-posix wine wine64
         googletest libboost-filesystem1.81-dev libboost1.81-dev libcli11-dev libp11-kit-dev
         nlohmann-json3-dev
-        opensc openssl osslsigncode softhsm2'
+        gcab opensc openssl osslsigncode softhsm2 wixl'
     [coverage]='gcovr'
     [check]='clang-format clang-tidy cppcheck shellcheck'
 )

@@ -1,0 +1,102 @@
+#!/usr/bin/env bash
+# Makes the files whose signatures the tests verify: makesignedfiles.sh PROGRAM INSTALLER_SOURCE FOLDER
+#
+# A program, a cabinet and an installer, each of them unsigned and signed: by the test authority
+# (signed), by an authority that nobody trusts (stranger), with a certificate that has expired
+# (expired) or is for servers (misused), and changed after signing (tampered). authority.der is
+# the certificate that the tests trust.
+set -eEuo pipefail
+
+program=$1 installer_source=$2 folder=$3
+keys=$folder.keys
+
+# Certificates are signed with SHA-1 since Wine takes any chain below a leaf that is signed with
+# SHA-256; the digest of the files is SHA-256.
+make_authority() {
+    local name=$1
+    openssl req -x509 -newkey rsa:2048 -nodes -sha1 -days 7300 -subj "/CN=Test $name" \
+        -addext basicConstraints=critical,CA:TRUE \
+        -addext keyUsage=critical,keyCertSign,cRLSign \
+        -keyout "$keys/$name.key" -out "$keys/$name.pem"
+}
+
+# make_signer NAME AUTHORITY USAGE NOT_BEFORE NOT_AFTER
+make_signer() {
+    local name=$1 authority=$2 usage=$3 not_before=$4 not_after=$5
+    openssl req -new -newkey rsa:2048 -nodes -subj "/CN=Test $name" \
+        -keyout "$keys/$name.key" -out "$keys/$name.csr"
+    : >"$keys/index.txt"
+    cat >"$keys/ca.cnf" <<EOF
+[ca]
+default_ca = authority
+[authority]
+database = $keys/index.txt
+new_certs_dir = $keys
+rand_serial = yes
+default_md = sha1
+unique_subject = no
+policy = any
+x509_extensions = signer
+[any]
+commonName = supplied
+[signer]
+basicConstraints = critical,CA:FALSE
+keyUsage = critical,digitalSignature
+extendedKeyUsage = $usage
+EOF
+    openssl ca -batch -notext -config "$keys/ca.cnf" -cert "$keys/$authority.pem" \
+        -keyfile "$keys/$authority.key" -in "$keys/$name.csr" \
+        -startdate "$not_before" -enddate "$not_after" -out "$keys/$name.pem"
+    # The authority's certificate goes into the signature, as that of a real one does.
+    cat "$keys/$authority.pem" >>"$keys/$name.pem"
+}
+
+make_unsigned() {
+    cp "$program" "$folder/unsigned.exe"
+    printf 'genuine contents\n' >"$keys/signee.txt"
+    gcab --create --nopath "$folder/unsigned.cab" "$keys/signee.txt"
+    wixl --output "$folder/unsigned.msi" "$installer_source"
+}
+
+# sign NAME SIGNER
+sign() {
+    local name=$1 signer=$2 type
+    for type in exe cab msi; do
+        osslsigncode sign -certs "$keys/$signer.pem" -key "$keys/$signer.key" -h sha256 \
+            -in "$folder/unsigned.$type" -out "$folder/$name.$type"
+    done
+}
+
+tamper() {
+    local type
+    for type in exe cab msi; do
+        LC_ALL=C sed 's/genuine contents/altered contents/' "$folder/signed.$type" \
+            >"$folder/tampered.$type"
+        ! cmp --silent "$folder/signed.$type" "$folder/tampered.$type" ||
+            { echo "signed.$type does not contain its marker" >&2; return 1; }
+    done
+}
+
+rm -rf "$folder" "$keys"
+mkdir -p "$folder" "$keys"
+
+# The tools have much to say, which is worth reading only if one of them fails.
+exec 3>&2 >"$folder.log" 2>&1
+trap 'cat "$folder.log" >&3' ERR
+make_authority authority
+make_authority stranger
+make_signer signed authority codeSigning 20200101000000Z 20491231235959Z
+make_signer strangers stranger codeSigning 20200101000000Z 20491231235959Z
+make_signer expired authority codeSigning 20200101000000Z 20210101000000Z
+make_signer misused authority serverAuth 20200101000000Z 20491231235959Z
+make_unsigned
+sign signed signed
+sign stranger strangers
+sign expired expired
+sign misused misused
+tamper
+openssl x509 -in "$keys/authority.pem" -outform DER -out "$folder/authority.der"
+printf 'This is no program.\n' >"$folder/text.exe"
+: >"$folder/empty.exe"
+# Nothing can be signed in the authorities' names any more.
+rm -r "$keys"

@@ -1,0 +1,13 @@
+// Tells Wine from Windows.
+#pragma once
+
+#include <windows.h>
+
+namespace testsupport {
+
+/// For tests of what Wine does not do. Each says what it is.
+inline bool runningOnWine() {
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+} // namespace testsupport
