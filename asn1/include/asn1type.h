@@ -1,0 +1,180 @@
+// Descriptions of ASN.1 types. Each SEQUENCE and CHOICE names its members once, in order;
+// decoding, lengths, encoding and comparison all work from that list.
+#pragma once
+
+#include "asn1.h"
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <type_traits>
+
+namespace asn1 {
+
+/// How the values of a type are encoded and held. The numbers are those that errors show.
+enum class TypeClass : unsigned {
+    boolean = 1,
+    integer = 2,
+    bitString = 3,
+    octetString = 4,
+    objectIdentifier = 6,
+    characterString = 12,
+    twoByteString = 30,
+    fourByteString = 28,
+    utcTime = 23,
+    generalizedTime = 24,
+    sequence = 16,
+    sequenceOf = 32,
+    setOf = 33,
+    choice = 34,
+    openType = 35,
+    kept = 36, ///< a value held as its encoding, which is that of `Type::element`
+};
+
+/// Identifier octets (X.690 8.1.2) of the tags used here, all with numbers below 31.
+namespace tag {
+inline constexpr unsigned char constructed = 0x20;
+inline constexpr unsigned char none = 0; ///< CHOICE and open types have no tag of their own
+
+constexpr unsigned char universal(unsigned number) {
+    return static_cast<unsigned char>(number);
+}
+constexpr unsigned char context(unsigned number) {
+    return static_cast<unsigned char>(0x80 | number);
+}
+/// Class and number without the constructed bit.
+constexpr unsigned char masked(unsigned char identifier) {
+    return static_cast<unsigned char>(identifier & ~constructed);
+}
+} // namespace tag
+
+struct Member;
+
+struct Type {
+    const char* name; ///< as in the ASN.1 module; errors show it
+    TypeClass typeClass;
+    unsigned char identifier; ///< identifier octet with the constructed bit as DER has it
+    std::span<const Member> members = {}; ///< of a SEQUENCE or a CHOICE
+    const Type* element = nullptr;        ///< of SEQUENCE OF, SET OF and kept values
+};
+
+enum class Tagging : unsigned char { none, implicitTag, explicitTag };
+enum class Presence : unsigned char { mandatory, optional, defaulted };
+
+/// One member of a SEQUENCE or one alternative of a CHOICE.
+struct Member {
+    const char* name;
+    const Type* type;
+    /// The member within its owner, or null if it is optional and absent.
+    const Asn1* (*find)(const Asn1& owner);
+    /// The member within its owner, made present.
+    Asn1& (*emplace)(Asn1& owner);
+    /// Makes an optional member absent.
+    void (*remove)(Asn1& owner);
+
+    Presence presence = Presence::mandatory;
+    Tagging tagging = Tagging::none;
+    unsigned char taggedIdentifier = tag::none;
+    BufferRange<unsigned char> defaultContents = {}; ///< contents octets of the DEFAULT value
+
+    constexpr Member implicitly(unsigned number) const {
+        Member tagged = *this;
+        tagged.tagging = Tagging::implicitTag;
+        tagged.taggedIdentifier = tag::context(number);
+        return tagged;
+    }
+    constexpr Member explicitly(unsigned number) const {
+        Member tagged = *this;
+        tagged.tagging = Tagging::explicitTag;
+        tagged.taggedIdentifier = tag::context(number) | tag::constructed;
+        return tagged;
+    }
+    /// \param contents of the default value; must outlive the member
+    constexpr Member withDefault(std::span<const unsigned char> contents) const {
+        Member defaulted = *this;
+        defaulted.presence = Presence::defaulted;
+        defaulted.defaultContents = {contents.data(), contents.size()};
+        return defaulted;
+    }
+};
+
+namespace detail {
+
+template <class MemberPointer>
+struct MemberPointerTraits;
+template <class Owner, class Value>
+struct MemberPointerTraits<Value Owner::*> {
+    using OwnerType = Owner;
+    using ValueType = Value;
+    static constexpr bool isOptional = false;
+};
+template <class Owner, class Value>
+struct MemberPointerTraits<std::optional<Value> Owner::*> {
+    using OwnerType = Owner;
+    using ValueType = Value;
+    static constexpr bool isOptional = true;
+};
+
+template <auto Pointer>
+struct MemberAccess {
+    using Traits = MemberPointerTraits<decltype(Pointer)>;
+    using Owner = typename Traits::OwnerType;
+
+    static const Asn1* find(const Asn1& owner) {
+        const auto& field = static_cast<const Owner&>(owner).*Pointer;
+        if constexpr (Traits::isOptional)
+            return field ? &*field : nullptr;
+        else
+            return &field;
+    }
+    static Asn1& emplace(Asn1& owner) {
+        auto& field = static_cast<Owner&>(owner).*Pointer;
+        if constexpr (Traits::isOptional)
+            return field ? *field : field.emplace();
+        else
+            return field;
+    }
+    static void remove(Asn1& owner) {
+        if constexpr (Traits::isOptional)
+            (static_cast<Owner&>(owner).*Pointer).reset();
+    }
+};
+
+} // namespace detail
+
+/// Describes the field `Pointer`. A field of type std::optional is OPTIONAL; it has a DEFAULT if
+/// `withDefault` says so.
+template <auto Pointer>
+constexpr Member member(const char* name) {
+    using Access = detail::MemberAccess<Pointer>;
+    return {name,
+            &Access::Traits::ValueType::asn1Type,
+            &Access::find,
+            &Access::emplace,
+            &Access::remove,
+            Access::Traits::isOptional ? Presence::optional : Presence::mandatory};
+}
+
+constexpr Type sequence(const char* name, std::span<const Member> members) {
+    return {name, TypeClass::sequence, tag::universal(16) | tag::constructed, members};
+}
+constexpr Type choice(const char* name, std::span<const Member> alternatives) {
+    return {name, TypeClass::choice, tag::none, alternatives};
+}
+constexpr Type sequenceOf(const char* name, const Type& element) {
+    return {name, TypeClass::sequenceOf, tag::universal(16) | tag::constructed, {}, &element};
+}
+constexpr Type setOf(const char* name, const Type& element) {
+    return {name, TypeClass::setOf, tag::universal(17) | tag::constructed, {}, &element};
+}
+
+/// The position of the member called `name`; only for use in constant expressions, where a name
+/// that does not exist does not compile.
+consteval std::size_t indexOf(std::span<const Member> members, std::string_view name) {
+    std::size_t index = 0;
+    while (name != members[index].name)
+        ++index;
+    return index;
+}
+
+} // namespace asn1

@@ -1,0 +1,51 @@
+// Distinguished names as text, in the manner of RFC 4514.
+#pragma once
+
+#include "name.h"
+
+#include <map>
+#include <vector>
+
+namespace asn1 {
+
+/// How a type of attribute is written.
+struct CERTSTOREUPDATER_API DN_ATTRIBUTE {
+    using DefinedTypes = std::map<ObjectIdentifier, DN_ATTRIBUTE>;
+
+    std::vector<Buffer<wchar_t>> names; ///< the first one is written
+    bool hasNoStringForm = false;       ///< values are written in hexadecimal
+    /// The text of a value, which is not escaped yet.
+    TmpBuffer<wchar_t> (*convert)(const OpenType& value) = nullptr;
+
+    /// The name that is written.
+    /// \throws QuorError_Asn1_NoDefaultValue with "CAUSE" = "MissingStringType" without names
+    const Buffer<wchar_t>& writtenName() const;
+
+    /// The types that are written by name: those of RFC 4514 and RFC 5280, emailAddress, and
+    /// what else stands in the names of certificates for persons and organisations.
+    static const DefinedTypes& definedTypes();
+};
+
+/// \throws QuorError_Asn1_UnsetValue with "TYPE" if nothing is chosen or the chosen string has no
+///   value; QuorError_Asn1_InternalError with "CAUSE" = "InvalidDirectoryStringComponent" if the
+///   choice is none of the five; buffer::BufferError_InvalidEncodingUnit for malformed UTF-8
+CERTSTOREUPDATER_API TmpBuffer<wchar_t> toText(const DirectoryString& string);
+
+/// The name of the type, "=" and the value. One of , + = " line feed < > # ; \ in a value has a
+/// backslash before it. A type without a name is written as "OID." and its identifier, a value
+/// without a string form as "#" and the hexadecimal of its encoding.
+/// \throws QuorError_Asn1_Decode if the value of a type with a string form is no character
+///   string; buffer::BufferError_InvalidEncodingUnit for malformed UTF-8
+CERTSTOREUPDATER_API TmpBuffer<wchar_t>
+toText(const AttributeTypeAndValue& attribute,
+       const DN_ATTRIBUTE::DefinedTypes& definedTypes = DN_ATTRIBUTE::definedTypes());
+
+/// The attributes, the last one first, with " + " between them. Throws what they throw.
+CERTSTOREUPDATER_API TmpBuffer<wchar_t> toText(const RelativeDistinguishedName& names);
+
+/// The names, the last one first, with ", " between them.
+/// \throws QuorError_Asn1_UnsetValue with "TYPE" = "RDNSequence" without a value; what the
+///   attributes throw
+CERTSTOREUPDATER_API TmpBuffer<wchar_t> toText(const RDNSequence& names);
+
+} // namespace asn1

@@ -1,0 +1,43 @@
+// A run of bytes within bytes that several values share.
+#pragma once
+
+#include "buffer.h"
+
+namespace asn1 {
+
+using buffer::Buffer;
+using buffer::BufferRange;
+using buffer::TmpBuffer;
+
+/// Bytes that are kept alive by sharing the buffer that they lie in. Copies and slices do not
+/// copy them. No value (null) differs from a value of no bytes.
+class Octets {
+public:
+    Octets() noexcept = default;
+    /// All of `bytes`; null if `bytes` is null.
+    Octets(Buffer<unsigned char> bytes) : bytes_(std::move(bytes)), size_(bytes_.size()) {}
+
+    bool isNull() const noexcept { return bytes_.isNull(); }
+    std::size_t size() const noexcept { return size_; }
+    BufferRange<unsigned char> range() const noexcept { return {bytes_.data() + offset_, size_}; }
+
+    /// The bytes that `part` covers; `part` must lie within `range()`.
+    Octets slice(BufferRange<unsigned char> part) const {
+        Octets octets(*this);
+        octets.offset_ = static_cast<std::size_t>(part.begin() - bytes_.data());
+        octets.size_ = part.size();
+        return octets;
+    }
+
+    /// The bytes as a buffer: the shared one if they are all of it, otherwise a copy.
+    Buffer<unsigned char> toBuffer() const {
+        return size_ == bytes_.size() ? bytes_ : Buffer<unsigned char>(range().begin(), size_);
+    }
+
+private:
+    Buffer<unsigned char> bytes_;
+    std::size_t offset_ = 0; // an offset, not a pointer: short contents move with the buffer
+    std::size_t size_ = 0;
+};
+
+} // namespace asn1

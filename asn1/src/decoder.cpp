@@ -1,0 +1,338 @@
+// Decoding: checks an input against a type in one pass, then keeps one copy of its bytes.
+#include "der.h"
+
+#include "bufcodecs.h"
+#include "contents.h"
+#include "element.h"
+#include "form.h"
+#include "length.h"
+#include "makeevent.h"
+#include "valuereader.h"
+
+#include <array>
+#include <atomic>
+#include <cstring>
+
+namespace asn1 {
+
+namespace {
+
+constexpr wchar_t sourceFile[] = L"asn1\\src\\decoder.cpp";
+
+using Range = BufferRange<unsigned char>;
+
+std::atomic<bool> acceptsEncodedDefaults{false};
+
+/// Drops what is read: most inputs are DER already, and then their bytes are kept.
+struct NoOutput {
+    using Mark = std::nullptr_t;
+    Mark mark() const noexcept { return nullptr; }
+    void rollBack(Mark) const noexcept {}
+    void begin(unsigned char) const noexcept {}
+    void end() const noexcept {}
+    void primitive(unsigned char, TypeClass, Range) const noexcept {}
+    void openElement(const Element&) const noexcept {}
+};
+
+/// Writes what is read as DER. Only the rare input that is not DER itself gets here, so contents
+/// may be moved to make room for their length.
+class DerOutput {
+public:
+    using Mark = std::size_t;
+    Mark mark() const noexcept { return bytes_.size(); }
+    void rollBack(Mark mark) { bytes_.resize(mark); }
+
+    void begin(unsigned char identifier) {
+        bytes_.append(identifier);
+        contentsStarts_[depth_++] = bytes_.size();
+    }
+    void end() { insertLength(contentsStarts_[--depth_]); }
+
+    void primitive(unsigned char identifier, TypeClass typeClass, Range contents) {
+        begin(identifier);
+        bytes_.append(contents.begin(), contents.size());
+        if (!contents.empty())
+            bytes_.data()[bytes_.size() - 1] = normalLastOctet(typeClass, contents);
+        end();
+    }
+
+    /// The contents of an open type stay as they came: their type is not known.
+    void openElement(const Element& element) {
+        const unsigned char* identifierEnd = element.begin + 1;
+        if ((element.identifier() & 0x1F) == 0x1F)
+            while ((*identifierEnd++ & 0x80) != 0) {
+            }
+        bytes_.append(element.begin, static_cast<std::size_t>(identifierEnd - element.begin));
+        contentsStarts_[depth_++] = bytes_.size();
+        bytes_.append(element.contents, element.contentsRange().size());
+        end();
+    }
+
+    Octets octets() && { return Octets(Buffer<unsigned char>(std::move(bytes_))); }
+
+private:
+    void insertLength(std::size_t contentsStart) {
+        const std::size_t length = bytes_.size() - contentsStart;
+        const std::size_t octets = lengthOctets(length);
+        bytes_.resize(bytes_.size() + octets);
+        unsigned char* contents = bytes_.data() + contentsStart;
+        std::memmove(contents + octets, contents, length);
+        writeLength(length, contents);
+    }
+
+    // Types do not nest as deep; a certificate's own elements lie at most nine deep.
+    static constexpr std::size_t maxDepth = 32;
+    TmpBuffer<unsigned char> bytes_{0};
+    std::array<std::size_t, maxDepth> contentsStarts_{};
+    std::size_t depth_ = 0;
+};
+
+Buffer<wchar_t> identifierText(unsigned char identifier) {
+    return buffer::hexEncode({&identifier, std::size_t{1}});
+}
+
+void appendExpectedIdentifiers(const Type& type, unsigned char expected, Buffer<wchar_t>& text) {
+    if (type.typeClass != TypeClass::choice) {
+        if (!text.isNull())
+            text.append(L' ');
+        text.append(identifierText(expected));
+        return;
+    }
+    for (const Member& alternative : type.members)
+        appendExpectedIdentifiers(*alternative.type, alternative.type->identifier, text);
+}
+
+template <class Output>
+class Decoder {
+public:
+    Decoder(Range input, Rules rules, Output& output)
+        : input_(input), rules_(rules), output_(output) {}
+
+    /// Reads the value at the beginning of the input; returns how many bytes it takes.
+    std::size_t decode(const Type& type) {
+        const unsigned char* end = decodeValue(type, type.identifier, input_.begin(), input_.end());
+        return static_cast<std::size_t>(end - input_.begin());
+    }
+
+    /// Whether the bytes that were read are the DER encoding of what they mean.
+    bool isDer() const noexcept { return isDer_; }
+
+private:
+    using Position = const unsigned char*;
+
+    /// Reads a value whose tag is `identifier`; returns the position behind it.
+    Position decodeValue(const Type& type, unsigned char identifier, Position position,
+                         Position end) {
+        switch (type.typeClass) {
+        case TypeClass::choice:
+            return decodeChoice(type, position, end);
+        case TypeClass::openType:
+            return decodeOpenType(position, end);
+        case TypeClass::kept:
+            return decodeValue(*type.element, type.element->identifier, position, end);
+        case TypeClass::sequence:
+            return decodeSequence(type, identifier, position, end);
+        case TypeClass::sequenceOf:
+        case TypeClass::setOf:
+            return decodeList(type, identifier, position, end);
+        case TypeClass::boolean:
+        case TypeClass::integer:
+        case TypeClass::bitString:
+        case TypeClass::octetString:
+        case TypeClass::objectIdentifier:
+        case TypeClass::characterString:
+        case TypeClass::twoByteString:
+        case TypeClass::fourByteString:
+        case TypeClass::utcTime:
+        case TypeClass::generalizedTime:
+            return decodePrimitive(type, identifier, position, end);
+        }
+        throwUnknownClass(type);
+    }
+
+    Position decodeChoice(const Type& type, Position position, Position end) {
+        if (position == end)
+            throwMismatch(position);
+        for (const Member& alternative : type.members)
+            if (isPresent(alternative, position, end))
+                return decodeValue(*alternative.type, alternative.type->identifier, position, end);
+        throwWrongTag(type, tag::none, position);
+    }
+
+    Position decodeOpenType(Position position, Position end) {
+        const Element element = parse(position, end);
+        output_.openElement(element);
+        return element.end;
+    }
+
+    Position decodeSequence(const Type& type, unsigned char identifier, Position position,
+                            Position end) {
+        const Element element = open(type, identifier, position, end);
+        output_.begin(identifier);
+        Position inner = element.contents;
+        for (const Member& member : type.members)
+            inner = decodeMember(member, inner, element.contentsEnd);
+        if (inner != element.contentsEnd)
+            throwMismatch(inner);
+        output_.end();
+        return element.end;
+    }
+
+    Position decodeMember(const Member& member, Position position, Position end) {
+        if (member.presence != Presence::mandatory && !isPresent(member, position, end))
+            return position;
+        const auto mark = output_.mark();
+        const Position next = member.tagging == Tagging::explicitTag
+                                  ? decodeExplicit(member, position, end)
+                                  : decodeValue(*member.type, identifierOf(member), position, end);
+        if (member.presence == Presence::defaulted && lastContentsEqual(member.defaultContents)) {
+            if (rules_ == Rules::der && !encodedDefaultsAccepted())
+                throw decodeError(L"DefaultValuePresentInDEREncoding", position);
+            isDer_ = false;
+            output_.rollBack(mark);
+        }
+        return next;
+    }
+
+    Position decodeExplicit(const Member& member, Position position, Position end) {
+        const Element element = parse(position, end);
+        if (tag::masked(element.identifier()) != tag::masked(member.taggedIdentifier))
+            throwWrongTag(*member.type, member.taggedIdentifier, position);
+        if ((element.identifier() & tag::constructed) == 0)
+            throw decodeError(L"ExplicitTagWithoutConstructorBit", position);
+        output_.begin(member.taggedIdentifier);
+        const Position inner = decodeValue(*member.type, member.type->identifier, element.contents,
+                                           element.contentsEnd);
+        if (inner != element.contentsEnd)
+            throwMismatch(inner);
+        output_.end();
+        return element.end;
+    }
+
+    Position decodeList(const Type& type, unsigned char identifier, Position position,
+                        Position end) {
+        const Element element = open(type, identifier, position, end);
+        output_.begin(identifier);
+        const Type& item = *type.element;
+        for (Position inner = element.contents; inner != element.contentsEnd;)
+            inner = decodeValue(item, item.identifier, inner, element.contentsEnd);
+        output_.end();
+        return element.end;
+    }
+
+    Position decodePrimitive(const Type& type, unsigned char identifier, Position position,
+                             Position end) {
+        const Element element = open(type, identifier, position, end);
+        const Range contents = element.contentsRange();
+        // Segments of a string would have to be put together; nobody writes any.
+        if (element.contentsEnd != element.end || !contentsFit(type.typeClass, contents, rules_))
+            throwMismatch(position);
+        isDer_ = isDer_ && (rules_ == Rules::der || contentsAreNormal(type.typeClass, contents));
+        output_.primitive(identifier, type.typeClass, contents);
+        lastContents_ = contents;
+        return element.end;
+    }
+
+    /// Parses the element at `position` and makes sure of its tag.
+    Element open(const Type& type, unsigned char identifier, Position position, Position end) {
+        const Element element = parse(position, end);
+        if (element.identifier() != identifier) {
+            if (tag::masked(element.identifier()) != tag::masked(identifier))
+                throwWrongTag(type, identifier, position);
+            isDer_ = false;
+        }
+        return element;
+    }
+
+    Element parse(Position position, Position end) {
+        Element element{};
+        const ElementFault fault = parseElement(position, end, rules_, element);
+        if (fault != ElementFault::none) {
+            if (fault == ElementFault::indefinite)
+                throw decodeError(L"UndefinedLengthPresentInDerEncoding", position);
+            throwMismatch(position);
+        }
+        isDer_ = isDer_ && element.shortestForm;
+        return element;
+    }
+
+    bool lastContentsEqual(Range contents) const noexcept {
+        return lastContents_.size() == contents.size() &&
+               std::memcmp(lastContents_.begin(), contents.begin(), contents.size()) == 0;
+    }
+
+    korv::EventParam positionParam(Position position) const {
+        return {L"POSITION", static_cast<std::size_t>(position - input_.begin())};
+    }
+
+    QuorError_Asn1_Decode decodeError(const wchar_t* cause, Position position,
+                                      int line = __builtin_LINE()) const {
+        return korv::makeEvent<QuorError_Asn1_Decode>(
+            sourceFile, {{L"CAUSE", cause}, positionParam(position)}, line);
+    }
+
+    [[noreturn]] void throwMismatch(Position position, int line = __builtin_LINE()) const {
+        throw decodeError(L"ValueDoesNotMatch", position, line);
+    }
+
+    [[noreturn]] void throwWrongTag(const Type& type, unsigned char identifier, Position position,
+                                    int line = __builtin_LINE()) const {
+        Buffer<wchar_t> expected;
+        appendExpectedIdentifiers(type, identifier, expected);
+        const auto wrongTag = korv::makeEvent<QuorError_Asn1_InvalidTag>(
+            sourceFile, {{L"EXPECTED_TAG", expected}, {L"FOUND_TAG", identifierText(*position)}},
+            line);
+        throw korv::makeEvent<QuorError_Asn1_Decode>(
+            sourceFile, wrongTag, {{L"CAUSE", L"ValueDoesNotMatch"}, positionParam(position)},
+            line);
+    }
+
+    Range input_;
+    Rules rules_;
+    Output& output_;
+    Range lastContents_;
+    bool isDer_ = true;
+};
+
+/// The DER encoding of the value of `type` at the beginning of `input`.
+/// \param wholeInput whether the value must be all of the input
+Octets derOf(const Type& type, Range input, Rules rules, bool wholeInput) {
+    NoOutput noOutput;
+    Decoder<NoOutput> checker(input, rules, noOutput);
+    const std::size_t consumed = checker.decode(type);
+    if (wholeInput && consumed != input.size())
+        throw korv::makeEvent<QuorError_Asn1_Decode>(sourceFile,
+                                                     {{L"CAUSE", L"NotAllBufferConsumed"},
+                                                      {L"CONSUMED_BYTES", consumed},
+                                                      {L"BUFFER_SIZE", input.size()}});
+    if (checker.isDer())
+        return Octets(Buffer<unsigned char>::exactCopy(input.begin(), consumed));
+    DerOutput output;
+    Decoder<DerOutput>(input, rules, output).decode(type);
+    return std::move(output).octets();
+}
+
+void decodeInto(Asn1& value, Range input, Rules rules, bool wholeInput) {
+    const Octets der = derOf(value.type(), input, rules, wholeInput);
+    readValue(der, der.range(), value);
+}
+
+} // namespace
+
+bool encodedDefaultsAccepted() noexcept {
+    return acceptsEncodedDefaults.load(std::memory_order_relaxed);
+}
+
+void acceptEncodedDefaults(bool accept) noexcept {
+    acceptsEncodedDefaults.store(accept, std::memory_order_relaxed);
+}
+
+void der::decode(Range input, Asn1& value) {
+    decodeInto(value, input, Rules::der, true);
+}
+
+void aux::decodeBer(Range input, Asn1& value, bool wholeInput) {
+    decodeInto(value, input, Rules::ber, wholeInput);
+}
+
+} // namespace asn1
