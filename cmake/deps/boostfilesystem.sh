@@ -10,7 +10,7 @@ sources=$root/build/deps/src/boostfilesystem
 build=$root/build/deps/obj/boostfilesystem
 
 fetch_source boost1.81 "$sources" '*/libs/filesystem'
-cmake -G Ninja -S "$root/cmake/deps/boostfilesystem" -B "$build" \
+cmake --fresh -G Ninja -S "$root/cmake/deps/boostfilesystem" -B "$build" \
     --toolchain "$root/cmake/mingw-w64.cmake" \
     -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX="$root/build/deps/windows" \

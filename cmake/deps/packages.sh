@@ -5,7 +5,7 @@ set -euo pipefail
 
 declare -A packages=(
     [build]='
-        bzip2 ca-certificates cmake g++ make ninja-build python3 util-linux xz-utils
+        bzip2 ca-certificates cmake g++ ninja-build python3 util-linux xz-utils
         g++-mingw-w64-x86-64-posix wine wine64
         googletest libboost-filesystem1.81-dev libboost1.81-dev libcli11-dev libp11-kit-dev
         nlohmann-json3-dev

@@ -41,7 +41,7 @@ try_module() {
 fetch_source botan "$sources/botan"
 fetch_source softhsm2 "$sources/softhsm2"
 amalgamate_botan
-cmake -G Ninja -S "$root/cmake/deps/softhsm" -B "$build" \
+cmake --fresh -G Ninja -S "$root/cmake/deps/softhsm" -B "$build" \
     --toolchain "$root/cmake/mingw-w64.cmake" \
     -DCMAKE_BUILD_TYPE=Release \
     -DBOTAN_AMALGAMATION="$botan" \

@@ -94,6 +94,7 @@ def count_script(status, output, complain):
 def count_build(name, build):
     """Counts by room; prints what failed."""
     rooms = defaultdict(Count)
+    log = f"build/logs/test-{name}.log"
     seen = outcomes(build)
     for test, labels in declared_tests(build):
         if test not in seen:
@@ -102,7 +103,7 @@ def count_build(name, build):
         room = next(label for label in labels if label != "script")
 
         def complain(text, test=test):
-            print(f"FAILED {name}: {test}: {text}")
+            print(f"FAILED {name}: {test}: {text}\n    (all of its output: {log})")
 
         if "script" in labels:
             rooms[room].add(count_script(status, output, complain))

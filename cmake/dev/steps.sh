@@ -77,7 +77,7 @@ fail_step() {
     {
         echo
         echo "$1 failed. The end of its log:"
-        tail -n 30 "$log" | sed 's/^/    /'
+        tail -n 30 "$log" | cut -c 1-300 | sed 's/^/    /'
         echo "The whole log: $log"
     } >&2
     exit 1

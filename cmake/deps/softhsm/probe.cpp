@@ -7,16 +7,14 @@
 
 namespace {
 
-int failed(const char* what, unsigned long code)
-{
+int failed(const char* what, unsigned long code) {
     std::fprintf(stderr, "%s failed with 0x%lx\n", what, code);
     return 1;
 }
 
 } // namespace
 
-int main(int count, char** arguments)
-{
+int main(int count, char** arguments) {
     if (count != 2) {
         std::fprintf(stderr, "usage: %s MODULE\n", arguments[0]);
         return 2;
