@@ -64,11 +64,11 @@ public:
     Buffer(TmpBuffer<T>&& temporary) { this->adopt(std::move(temporary)); }
 
     /// A copy of `size` elements in a block that has no room to grow, for contents that are
-    /// kept in large numbers.
+    /// kept in large numbers. Never null.
     static Buffer exactCopy(const T* elements, std::size_t size) {
         Buffer exact;
         exact.allocateExactly(size);
-        std::char_traits<T>::copy(exact.data(), elements, size);
+        Buffer::copyElements(exact.data(), elements, size);
         return exact;
     }
 };

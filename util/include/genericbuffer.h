@@ -177,7 +177,7 @@ public:
         const bool ownElements = ownsAddress(elements);
         const std::size_t offset = ownElements ? static_cast<std::size_t>(elements - data_) : 0;
         resize(oldSize + count);
-        Traits::copy(data_ + oldSize, ownElements ? data_ + offset : elements, count);
+        copyElements(data_ + oldSize, ownElements ? data_ + offset : elements, count);
     }
     void append(const GenericBuffer& other) { append(other.data_, other.size()); }
     void append(T element) {
@@ -219,7 +219,7 @@ protected:
     GenericBuffer(const T* elements, std::size_t size) {
         if (elements) {
             allocateFor(size);
-            Traits::copy(data_, elements, size);
+            copyElements(data_, elements, size);
         }
     }
     explicit GenericBuffer(std::size_t size) { allocateFor(size); }
@@ -229,7 +229,7 @@ protected:
             share(other);
         else if (other.data_) {
             allocateFor(other.size());
-            Traits::copy(data_, other.data_, other.size());
+            copyElements(data_, other.data_, other.size());
         }
     }
     GenericBuffer(GenericBuffer&& other) noexcept { takeFrom(other); }
@@ -260,6 +260,12 @@ protected:
         *this = std::move(sole);
         if (isInHeap())
             Manager::setSole(data_);
+    }
+
+    /// \param from may be null if `count` is 0
+    static void copyElements(T* to, const T* from, std::size_t count) noexcept {
+        if (count != 0)
+            Traits::copy(to, from, count);
     }
 
     /// Storage for exactly `size` elements, for contents that are kept long and never grow.
@@ -306,7 +312,8 @@ private:
         size_ = other.size_;
         if (other.isInline()) {
             data_ = inline_;
-            Traits::copy(inline_, other.inline_, size() + 1);
+            // Of fixed size, and so a few instructions instead of a call.
+            std::memcpy(inline_, other.inline_, sizeof(inline_));
         }
         other.data_ = nullptr;
         other.size_ = 0;
@@ -324,7 +331,7 @@ private:
     void moveInline(std::size_t newSize) noexcept {
         if (isInHeap()) {
             T* block = data_;
-            Traits::copy(inline_, block, newSize);
+            copyElements(inline_, block, newSize);
             Manager::release(block);
         }
         data_ = inline_;
@@ -334,7 +341,7 @@ private:
     void moveToNewBlock(std::size_t newSize, std::size_t newCapacity) {
         T* block = Manager::allocate(newCapacity);
         if (data_)
-            Traits::copy(block, data_, size_ < newSize ? size() : newSize);
+            copyElements(block, data_, size_ < newSize ? size() : newSize);
         releaseBlock();
         data_ = block;
         setSize(newSize);
@@ -347,7 +354,7 @@ private:
 
     T* data_ = nullptr;
     std::uint64_t size_ = 0;
-    T inline_[inlineCapacity + 1]; // uninitialised while the contents are elsewhere
+    T inline_[inlineCapacity + 1] = {};
 };
 
 } // namespace buffer
