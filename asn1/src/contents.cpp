@@ -13,7 +13,7 @@ using Contents = BufferRange<unsigned char>;
 bool isInteger(Contents contents) noexcept {
     if (contents.size() < 2)
         return !contents.empty();
-    const unsigned firstNineBits = contents[0] << 1 | contents[1] >> 7;
+    const unsigned firstNineBits = contents[0] * 2u + (contents[1] >> 7);
     return firstNineBits != 0 && firstNineBits != 0x1FF;
 }
 
