@@ -1,6 +1,7 @@
 // Installing the layer in this process.
 #include "winecompat.h"
 
+#include "runningonwine.h"
 #include "storelayer.h"
 
 #include <windows.h>
@@ -67,13 +68,9 @@ bool isInstalledByDll() {
 
 } // namespace
 
-bool isWine() {
-    return ntdll<const char*()>("wine_get_version") != nullptr;
-}
-
 void installWineCompatibility() {
     static bool installed = false;
-    if (installed || !isWine() || isInstalledByDll())
+    if (installed || !runningOnWine() || isInstalledByDll())
         return;
     installed = true;
     redirectImportsOf(GetModuleHandleW(nullptr));

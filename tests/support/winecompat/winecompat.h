@@ -7,9 +7,6 @@
 
 namespace testsupport {
 
-/// Whether this process runs under Wine.
-bool isWine();
-
 /// Redirects the certificate store functions that the program and certstoreupdater.dll import,
 /// now or when they are loaded, to the ones of storelayer.h. Does nothing on Windows, if it was
 /// done before, or if winecompat.dll did it in this process.

@@ -1,0 +1,312 @@
+// System stores as any program sees them.
+#include "storeview.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <type_traits>
+
+namespace testsupport {
+
+namespace {
+
+struct CloseStore {
+    void operator()(HCERTSTORE store) const { CertCloseStore(store, 0); }
+};
+using Store = std::unique_ptr<std::remove_pointer_t<HCERTSTORE>, CloseStore>;
+
+struct FreeContext {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+using Context = std::unique_ptr<const CERT_CONTEXT, FreeContext>;
+
+Store open(const std::wstring& name) {
+    Store store(CertOpenSystemStoreW(0, name.c_str()));
+    if (!store)
+        throw std::runtime_error("the store cannot be opened");
+    return store;
+}
+
+std::optional<Bytes> readProperty(const CERT_CONTEXT* context, DWORD id) {
+    DWORD size = 0;
+    if (!CertGetCertificateContextProperty(context, id, nullptr, &size))
+        return std::nullopt;
+    Bytes value(size);
+    if (!CertGetCertificateContextProperty(context, id, value.data(), &size))
+        throw std::runtime_error("a property is there but cannot be read");
+    value.resize(size);
+    return value;
+}
+
+std::optional<KeyProvInfo> readKeyProvInfo(const CERT_CONTEXT* context) {
+    const std::optional<Bytes> value = readProperty(context, CERT_KEY_PROV_INFO_PROP_ID);
+    if (!value)
+        return std::nullopt;
+    CRYPT_KEY_PROV_INFO info{};
+    std::memcpy(&info, value->data(), sizeof info);
+    return KeyProvInfo::of(info);
+}
+
+StoreEntry readEntry(const CERT_CONTEXT* context) {
+    return {Bytes(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded),
+            readKeyProvInfo(context), readProperty(context, CERT_FRIENDLY_NAME_PROP_ID),
+            readProperty(context, korvaneCspRefId)};
+}
+
+void require(BOOL succeeded, const char* what) {
+    if (!succeeded)
+        throw std::runtime_error(std::string(what) + " failed with error " +
+                                 std::to_string(GetLastError()));
+}
+
+void setProperty(const CERT_CONTEXT* context, DWORD id, const void* value) {
+    require(CertSetCertificateContextProperty(context, id, 0, value), "setting a property");
+}
+
+void setBlob(const CERT_CONTEXT* context, DWORD id, const std::optional<Bytes>& value) {
+    if (!value)
+        return;
+    Bytes bytes = *value;
+    const CRYPT_DATA_BLOB blob{static_cast<DWORD>(bytes.size()), bytes.data()};
+    setProperty(context, id, &blob);
+}
+
+void setKeyProvInfo(const CERT_CONTEXT* context, KeyProvInfo value) {
+    CRYPT_KEY_PROV_INFO info{};
+    info.pwszContainerName = value.container ? value.container->data() : nullptr;
+    info.pwszProvName = value.provider ? value.provider->data() : nullptr;
+    info.dwProvType = value.type;
+    info.dwFlags = value.flags;
+    info.dwKeySpec = value.keySpec;
+    setProperty(context, CERT_KEY_PROV_INFO_PROP_ID, &info);
+}
+
+constexpr char hexDigits[] = "0123456789abcdef";
+
+std::string hex(const Bytes& bytes) {
+    std::string text = "x";
+    for (const unsigned char byte : bytes) {
+        text += hexDigits[byte >> 4];
+        text += hexDigits[byte & 0x0F];
+    }
+    return text;
+}
+
+Bytes fromHexWord(const std::string& word) {
+    Bytes bytes;
+    for (std::size_t i = 1; i + 1 < word.size(); i += 2)
+        bytes.push_back(static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+constexpr char none[] = "-";
+
+std::string hexOrNone(const std::optional<Bytes>& bytes) {
+    return bytes ? hex(*bytes) : none;
+}
+
+std::string hexOrNone(const std::optional<std::wstring>& text) {
+    return text ? hex(friendlyNameBytes(*text)) : none;
+}
+
+std::optional<Bytes> takeBytes(std::istream& words) {
+    std::string word;
+    words >> word;
+    return word == none ? std::nullopt : std::optional(fromHexWord(word));
+}
+
+std::optional<std::wstring> takeText(std::istream& words) {
+    const std::optional<Bytes> bytes = takeBytes(words);
+    if (!bytes)
+        return std::nullopt;
+    std::wstring text(bytes->size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), bytes->data(), text.size() * sizeof(wchar_t));
+    text.pop_back();
+    return text;
+}
+
+std::wstring folderOfThisProgram() {
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return path.substr(0, path.find_last_of(L'\\') + 1);
+}
+
+struct CloseAnyHandle {
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseAnyHandle>;
+
+std::string readAll(HANDLE pipe) {
+    std::string text;
+    std::array<char, 4096> chunk{};
+    DWORD count = 0;
+    while (ReadFile(pipe, chunk.data(), static_cast<DWORD>(chunk.size()), &count, nullptr) &&
+           count != 0)
+        text.append(chunk.data(), count);
+    return text;
+}
+
+/// Runs storetool.exe with some input and returns its output.
+std::string runStoreTool(const std::wstring& arguments, const std::string& input) {
+    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+    HANDLE ends[4] = {};
+    require(CreatePipe(&ends[0], &ends[1], &inheritable, 0), "CreatePipe");
+    require(CreatePipe(&ends[2], &ends[3], &inheritable, 0), "CreatePipe");
+    Handle childInput(ends[0]);
+    Handle inputEnd(ends[1]);
+    const Handle outputEnd(ends[2]);
+    Handle childOutput(ends[3]);
+    SetHandleInformation(inputEnd.get(), HANDLE_FLAG_INHERIT, 0);
+    SetHandleInformation(outputEnd.get(), HANDLE_FLAG_INHERIT, 0);
+
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = childInput.get();
+    startup.hStdOutput = childOutput.get();
+    startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    std::wstring commandLine = L"\"" + folderOfThisProgram() + L"storetool.exe\" " + arguments;
+    PROCESS_INFORMATION started{};
+    require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                           &startup, &started),
+            "starting storetool.exe");
+    const Handle process(started.hProcess);
+    const Handle thread(started.hThread);
+    childInput.reset();
+    childOutput.reset();
+    DWORD written = 0;
+    require(WriteFile(inputEnd.get(), input.data(), static_cast<DWORD>(input.size()), &written,
+                      nullptr),
+            "writing to storetool.exe");
+    inputEnd.reset();
+    std::string output = readAll(outputEnd.get());
+    WaitForSingleObject(process.get(), INFINITE);
+    DWORD exitCode = 1;
+    GetExitCodeProcess(process.get(), &exitCode);
+    if (exitCode != 0)
+        throw std::runtime_error("storetool.exe failed");
+    return output;
+}
+
+std::wstring storeArgument(const std::wstring& name) {
+    return L" \"" + name + L"\"";
+}
+
+} // namespace
+
+KeyProvInfo KeyProvInfo::of(const CRYPT_KEY_PROV_INFO& info) {
+    const auto text = [](const wchar_t* name) {
+        return name ? std::optional<std::wstring>(name) : std::nullopt;
+    };
+    return {text(info.pwszContainerName),
+            text(info.pwszProvName),
+            info.dwProvType,
+            info.dwFlags,
+            info.cProvParam,
+            info.dwKeySpec};
+}
+
+void PrintTo(const KeyProvInfo& info, std::ostream* out) {
+    *out << hexOrNone(info.container) << ' ' << hexOrNone(info.provider) << ' ' << info.type << ' '
+         << info.flags << ' ' << info.parameterCount << ' ' << info.keySpec;
+}
+
+void PrintTo(const StoreEntry& entry, std::ostream* out) {
+    *out << toLine(entry);
+}
+
+Bytes friendlyNameBytes(const std::wstring& name) {
+    Bytes bytes((name.size() + 1) * sizeof(wchar_t));
+    std::memcpy(bytes.data(), name.c_str(), bytes.size());
+    return bytes;
+}
+
+std::vector<StoreEntry> readStore(const std::wstring& name) {
+    const Store store = open(name);
+    std::vector<StoreEntry> entries;
+    Context context;
+    while (context.reset(CertEnumCertificatesInStore(store.get(), context.release())), context)
+        entries.push_back(readEntry(context.get()));
+    return entries;
+}
+
+std::vector<StoreEntry> readStoreInOtherProcess(const std::wstring& name) {
+    std::istringstream lines(runStoreTool(L"list" + storeArgument(name), ""));
+    std::vector<StoreEntry> entries;
+    std::string line;
+    while (std::getline(lines, line))
+        entries.push_back(fromLine(line));
+    return entries;
+}
+
+void addToStore(const std::wstring& name, const StoreEntry& entry) {
+    const Store store = open(name);
+    const CERT_CONTEXT* added = nullptr;
+    require(CertAddEncodedCertificateToStore(store.get(), X509_ASN_ENCODING, entry.encoded.data(),
+                                             static_cast<DWORD>(entry.encoded.size()),
+                                             CERT_STORE_ADD_NEW, &added),
+            "adding a certificate");
+    const Context context(added);
+    if (entry.keyProvInfo)
+        setKeyProvInfo(added, *entry.keyProvInfo);
+    setBlob(added, CERT_FRIENDLY_NAME_PROP_ID, entry.friendlyName);
+    setBlob(added, korvaneCspRefId, entry.korvaneCspRef);
+}
+
+void addToStoreInOtherProcess(const std::wstring& name, const StoreEntry& entry) {
+    runStoreTool(L"add" + storeArgument(name), toLine(entry) + "\n");
+}
+
+void removeFromStore(const std::wstring& name, const Bytes& encoded) {
+    const Store store = open(name);
+    const Context wanted(CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(),
+                                                      static_cast<DWORD>(encoded.size())));
+    const CERT_CONTEXT* found = CertFindCertificateInStore(
+        store.get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, wanted.get(), nullptr);
+    if (!found)
+        throw std::runtime_error("the certificate is not in the store");
+    require(CertDeleteCertificateFromStore(found), "deleting a certificate");
+}
+
+void eraseStore(const std::wstring& name) {
+    RegDeleteTreeW(HKEY_CURRENT_USER,
+                   (L"Software\\Microsoft\\SystemCertificates\\" + name).c_str());
+}
+
+TestStore::TestStore() {
+    static unsigned count = 0;
+    name_ = L"CSU-Test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+    eraseStore(name_); // left behind by a test that crashed
+}
+
+std::string toLine(const StoreEntry& entry) {
+    std::ostringstream line;
+    line << hex(entry.encoded) << ' ' << hexOrNone(entry.friendlyName) << ' '
+         << hexOrNone(entry.korvaneCspRef);
+    if (entry.keyProvInfo) {
+        line << ' ';
+        PrintTo(*entry.keyProvInfo, &line);
+    }
+    return line.str();
+}
+
+StoreEntry fromLine(const std::string& line) {
+    std::istringstream words(line);
+    StoreEntry entry;
+    entry.encoded = takeBytes(words).value();
+    entry.friendlyName = takeBytes(words);
+    entry.korvaneCspRef = takeBytes(words);
+    if (words >> std::ws && !words.eof()) {
+        KeyProvInfo info;
+        info.container = takeText(words);
+        info.provider = takeText(words);
+        words >> info.type >> info.flags >> info.parameterCount >> info.keySpec;
+        entry.keyProvInfo = info;
+    }
+    return entry;
+}
+
+} // namespace testsupport
