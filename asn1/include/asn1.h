@@ -47,7 +47,7 @@ public:
     const Octets& contentsOctets() const noexcept { return contents_; }
 
     /// Contents that are valid for the type already; anything else gives undefined values.
-    void assignContents(Octets contents) { contents_ = std::move(contents); }
+    virtual void assignContents(Octets contents) { contents_ = std::move(contents); }
 
 protected:
     ContentsValue() noexcept = default;

@@ -80,6 +80,9 @@ public:
     /// \throws QuorError_Asn1_Decode, QuorError_Asn1_Encode
     void read(Asn1& target) const;
 
+    /// Octets replace the decoded value.
+    void assignContents(Octets contents) override;
+
 private:
     explicit ExtensionValue(std::shared_ptr<const Asn1> decoded);
 

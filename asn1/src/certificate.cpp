@@ -98,6 +98,11 @@ void ExtensionValue::read(Asn1& target) const {
     aux::decodeBer(decoded_ ? aux::encodeDer(*decoded_, false) : contentsOrThrow(), target, false);
 }
 
+void ExtensionValue::assignContents(Octets contents) {
+    OctetString::assignContents(std::move(contents));
+    decoded_.reset();
+}
+
 // Extensions ::= SEQUENCE OF Extension
 constinit const Type Extensions::asn1Type = sequenceOf("Extensions", Extension::asn1Type);
 const Type& Extensions::type() const noexcept {
