@@ -3,6 +3,8 @@
 
 #include "buffer.h"
 
+#include <utility>
+
 namespace asn1 {
 
 using buffer::Buffer;
@@ -16,6 +18,20 @@ public:
     Octets() noexcept = default;
     /// All of `bytes`; null if `bytes` is null.
     Octets(Buffer<unsigned char> bytes) : bytes_(std::move(bytes)), size_(bytes_.size()) {}
+
+    Octets(const Octets&) = default;
+    Octets& operator=(const Octets&) = default;
+    /// `other` is null afterwards.
+    Octets(Octets&& other) noexcept
+        : bytes_(std::move(other.bytes_)), offset_(std::exchange(other.offset_, 0)),
+          size_(std::exchange(other.size_, 0)) {}
+    Octets& operator=(Octets&& other) noexcept {
+        bytes_ = std::move(other.bytes_);
+        offset_ = std::exchange(other.offset_, 0);
+        size_ = std::exchange(other.size_, 0);
+        return *this;
+    }
+    ~Octets() = default;
 
     bool isNull() const noexcept { return bytes_.isNull(); }
     std::size_t size() const noexcept { return size_; }
