@@ -33,7 +33,7 @@ KORV_EVENT_CLASS(QuorError_Asn1_InvalidItemIndex, QuorError_Asn1);
 KORV_EVENT_CLASS(QuorError_Asn1_InvalidStreamOp, QuorError_Asn1);
 
 /// The tag of an element is not the expected one. "EXPECTED_TAG", "FOUND_TAG": identifier
-/// octets, upper-case hexadecimal; "FOUND_TAG" is empty at the end of the input.
+/// octets, upper-case hexadecimal, blanks between those of the alternatives of a CHOICE.
 KORV_EVENT_CLASS(QuorError_Asn1_InvalidTag, QuorError_Asn1);
 
 /// A value that is needed has no default. "CAUSE".

@@ -7,6 +7,9 @@
 #include "unset.h"
 #include "valuereader.h"
 
+#include <algorithm>
+#include <string>
+
 namespace asn1 {
 
 namespace {

@@ -23,6 +23,10 @@ using Range = BufferRange<unsigned char>;
 
 std::atomic<bool> acceptsEncodedDefaults{false};
 
+// How deep SEQUENCEs, lists and explicit tags may nest. Those of a certificate lie at most nine
+// deep; only the input bounds the depth of a type that contains itself.
+constexpr std::size_t maxDepth = 32;
+
 /// Drops what is read: most inputs are DER already, and then their bytes are kept.
 struct NoOutput {
     using Mark = std::nullptr_t;
@@ -80,10 +84,8 @@ private:
         writeLength(length, contents);
     }
 
-    // Types do not nest as deep; a certificate's own elements lie at most nine deep.
-    static constexpr std::size_t maxDepth = 32;
     TmpBuffer<unsigned char> bytes_{0};
-    std::array<std::size_t, maxDepth> contentsStarts_{};
+    std::array<std::size_t, maxDepth + 1> contentsStarts_{}; // one more for what has no members
     std::size_t depth_ = 0;
 };
 
@@ -92,14 +94,14 @@ Buffer<wchar_t> identifierText(unsigned char identifier) {
 }
 
 void appendExpectedIdentifiers(const Type& type, unsigned char expected, Buffer<wchar_t>& text) {
-    if (type.typeClass != TypeClass::choice) {
+    if (expected != tag::none) {
         if (!text.isNull())
             text.append(L' ');
         text.append(identifierText(expected));
         return;
     }
     for (const Member& alternative : type.members)
-        appendExpectedIdentifiers(*alternative.type, alternative.type->identifier, text);
+        appendExpectedIdentifiers(*alternative.type, identifierOf(alternative), text);
 }
 
 template <class Output>
@@ -155,7 +157,7 @@ private:
             throwMismatch(position);
         for (const Member& alternative : type.members)
             if (isPresent(alternative, position, end))
-                return decodeValue(*alternative.type, alternative.type->identifier, position, end);
+                return decodeMember(alternative, position, end);
         throwWrongTag(type, tag::none, position);
     }
 
@@ -168,13 +170,13 @@ private:
     Position decodeSequence(const Type& type, unsigned char identifier, Position position,
                             Position end) {
         const Element element = open(type, identifier, position, end);
-        output_.begin(identifier);
+        enter(identifier, position);
         Position inner = element.contents;
         for (const Member& member : type.members)
             inner = decodeMember(member, inner, element.contentsEnd);
         if (inner != element.contentsEnd)
             throwMismatch(inner);
-        output_.end();
+        leave();
         return element.end;
     }
 
@@ -195,28 +197,26 @@ private:
     }
 
     Position decodeExplicit(const Member& member, Position position, Position end) {
-        const Element element = parse(position, end);
-        if (tag::masked(element.identifier()) != tag::masked(member.taggedIdentifier))
-            throwWrongTag(*member.type, member.taggedIdentifier, position);
+        const Element element = parseTagged(*member.type, member.taggedIdentifier, position, end);
         if ((element.identifier() & tag::constructed) == 0)
             throw decodeError(L"ExplicitTagWithoutConstructorBit", position);
-        output_.begin(member.taggedIdentifier);
+        enter(member.taggedIdentifier, position);
         const Position inner = decodeValue(*member.type, member.type->identifier, element.contents,
                                            element.contentsEnd);
         if (inner != element.contentsEnd)
             throwMismatch(inner);
-        output_.end();
+        leave();
         return element.end;
     }
 
     Position decodeList(const Type& type, unsigned char identifier, Position position,
                         Position end) {
         const Element element = open(type, identifier, position, end);
-        output_.begin(identifier);
+        enter(identifier, position);
         const Type& item = *type.element;
         for (Position inner = element.contents; inner != element.contentsEnd;)
             inner = decodeValue(item, item.identifier, inner, element.contentsEnd);
-        output_.end();
+        leave();
         return element.end;
     }
 
@@ -233,15 +233,30 @@ private:
         return element.end;
     }
 
-    /// Parses the element at `position` and makes sure of its tag.
+    /// Parses the element at `position` after making sure of its tag.
     Element open(const Type& type, unsigned char identifier, Position position, Position end) {
-        const Element element = parse(position, end);
-        if (element.identifier() != identifier) {
-            if (tag::masked(element.identifier()) != tag::masked(identifier))
-                throwWrongTag(type, identifier, position);
-            isDer_ = false;
-        }
+        const Element element = parseTagged(type, identifier, position, end);
+        isDer_ = isDer_ && element.identifier() == identifier;
         return element;
+    }
+
+    /// The tag comes first: of an element that is another one the length is of no interest.
+    Element parseTagged(const Type& type, unsigned char identifier, Position position,
+                        Position end) {
+        if (position != end && tag::masked(*position) != tag::masked(identifier))
+            throwWrongTag(type, identifier, position);
+        return parse(position, end);
+    }
+
+    /// Begins the contents of the constructed element at `position`.
+    void enter(unsigned char identifier, Position position) {
+        if (++depth_ > maxDepth)
+            throwMismatch(position);
+        output_.begin(identifier);
+    }
+    void leave() {
+        --depth_;
+        output_.end();
     }
 
     Element parse(Position position, Position end) {
@@ -291,6 +306,7 @@ private:
     Rules rules_;
     Output& output_;
     Range lastContents_;
+    std::size_t depth_ = 0;
     bool isDer_ = true;
 };
 

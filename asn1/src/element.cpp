@@ -75,7 +75,7 @@ const unsigned char* findEndOfContents(const unsigned char* position, const unsi
         }
         const unsigned char identifier = *position;
         const unsigned char* length = skipIdentifier(position, end);
-        if (!length || length == end || identifier == 0)
+        if (!length || length == end || tag::masked(identifier) == 0)
             return nullptr;
         if (*length == indefiniteForm) {
             if ((identifier & tag::constructed) == 0)
@@ -96,8 +96,8 @@ const unsigned char* findEndOfContents(const unsigned char* position, const unsi
 
 ElementFault parseLongElement(const unsigned char* position, const unsigned char* end, Rules rules,
                               Element& element) noexcept {
-    // A first octet of 0 is kept for end-of-contents octets (X.690 8.1.5).
-    if (position == end || *position == 0)
+    // Tag number 0 is kept for end-of-contents octets (X.690 8.1.5).
+    if (position == end || tag::masked(*position) == 0)
         return ElementFault::malformed;
     const unsigned char* lengthPosition = skipIdentifier(position, end);
     if (!lengthPosition || lengthPosition == end)

@@ -36,7 +36,7 @@ inline ElementFault parseElement(const unsigned char* position, const unsigned c
                                  Rules rules, Element& element) noexcept {
     // Nine of ten elements of a certificate have one identifier octet and one length octet.
     if (end - position >= 2 && position[1] < 0x80 && (position[0] & 0x1F) != 0x1F &&
-        position[0] != 0 && position[1] <= end - position - 2) {
+        tag::masked(position[0]) != 0 && position[1] <= end - position - 2) {
         const unsigned char* contents = position + 2;
         const unsigned char* contentsEnd = contents + position[1];
         element = {position, contents, contentsEnd, contentsEnd, true};
@@ -52,38 +52,43 @@ inline Element elementAt(const unsigned char* position, const unsigned char* end
     return element;
 }
 
-/// Whether an element with this identifier octet can be a value of the type, given the identifier
-/// that the type has here. The constructed bit is not looked at.
-inline bool identifierFits(const Type& type, unsigned char expected, unsigned char found) noexcept {
-    switch (type.typeClass) {
-    case TypeClass::openType:
-        return true;
-    case TypeClass::choice:
-        for (const Member& alternative : type.members)
-            if (identifierFits(*alternative.type, alternative.type->identifier, found))
-                return true;
-        return false;
-    case TypeClass::kept:
-        return identifierFits(*type.element, type.element->identifier, found);
-    default:
-        return tag::masked(expected) == tag::masked(found);
-    }
-}
-
 /// The identifier octet with which a member begins; `tag::none` for an untagged CHOICE or open
 /// type.
 inline unsigned char identifierOf(const Member& member) noexcept {
     return member.tagging == Tagging::none ? member.type->identifier : member.taggedIdentifier;
 }
 
+inline bool identifierFits(const Member& member, unsigned char found) noexcept;
+
+/// Whether an untagged value of the type can begin with this identifier octet. The constructed
+/// bit is not looked at.
+inline bool identifierFits(const Type& type, unsigned char found) noexcept {
+    switch (type.typeClass) {
+    case TypeClass::openType:
+        return true;
+    case TypeClass::choice:
+        for (const Member& alternative : type.members)
+            if (identifierFits(alternative, found))
+                return true;
+        return false;
+    case TypeClass::kept:
+        return identifierFits(*type.element, found);
+    default:
+        return tag::masked(type.identifier) == tag::masked(found);
+    }
+}
+
+/// The same for a member or an alternative, with the tag that it has there.
+inline bool identifierFits(const Member& member, unsigned char found) noexcept {
+    if (member.tagging != Tagging::none)
+        return tag::masked(member.taggedIdentifier) == tag::masked(found);
+    return identifierFits(*member.type, found);
+}
+
 /// Whether the member, rather than one behind it, stands at `position`.
 inline bool isPresent(const Member& member, const unsigned char* position,
                       const unsigned char* end) noexcept {
-    if (position == end)
-        return false;
-    if (member.tagging != Tagging::none)
-        return tag::masked(member.taggedIdentifier) == tag::masked(*position);
-    return identifierFits(*member.type, member.type->identifier, *position);
+    return position != end && identifierFits(member, *position);
 }
 
 } // namespace asn1

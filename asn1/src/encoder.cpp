@@ -80,7 +80,7 @@ private:
             const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
             if (!alternative)
                 throwMissing(type, name);
-            return measure(*alternative->find(value), alternative->name);
+            return measureMember(*alternative, *alternative->find(value));
         }
         case Form::encoding: {
             const auto& encoded = static_cast<const EncodedValue&>(value);
@@ -128,7 +128,7 @@ private:
         switch (formOf(type)) {
         case Form::alternatives: {
             const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
-            write(*alternative->find(value), alternative->type->identifier);
+            writeMember(*alternative, *alternative->find(value));
             break;
         }
         case Form::encoding:

@@ -8,9 +8,10 @@
 
 #include <boost/multiprecision/cpp_int.hpp>
 
+#include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <limits>
+#include <string>
 
 namespace asn1 {
 

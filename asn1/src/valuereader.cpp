@@ -32,7 +32,8 @@ void readChoice(const Octets& bytes, Range encoding, Choice& value) {
     int index = 0;
     for (const Member& alternative : value.type().members) {
         if (isPresent(alternative, encoding.begin(), encoding.end())) {
-            readValue(bytes, encoding, alternative.emplace(value));
+            const Element element = elementAt(encoding.begin(), encoding.end());
+            readValue(bytes, withoutExplicitTag(alternative, element), alternative.emplace(value));
             value.choose(index);
             return;
         }
