@@ -30,6 +30,7 @@ public:
     /// `sid` GENERIC_READ and is inherited by files and directories. The entries of `current`
     /// follow it unchanged, in their order, even where Windows would sort them differently.
     ///
+    /// \param current one that was read from a file; need not outlive the call
     /// \throws CertStoreUpdaterError_InvalidConfiguration with "Method" = the Windows function
     ///   that failed and "error" = the system's error code. A list that would outgrow the 64 KiB
     ///   that Windows allows fails in "InitializeAcl".

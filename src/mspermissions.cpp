@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -45,25 +47,41 @@ ACL_SIZE_INFORMATION sizeInformation(PACL acl) {
     return size;
 }
 
+/// What stands at an address, whatever its alignment.
+template <class Value>
+Value valueAt(const void* address) {
+    Value value;
+    std::memcpy(&value, address, sizeof value);
+    return value;
+}
+
 /// An entry with everything that its header says it has.
-ACE_HEADER* entryAt(PACL acl, DWORD index) {
+std::span<unsigned char> entryAt(PACL acl, DWORD index) {
     void* found = nullptr;
     if (!GetAce(acl, index, &found))
         throwFailureOf(L"GetAce");
-    auto* entry = static_cast<ACE_HEADER*>(found);
     // Windows looks at where an entry begins, not at where it ends.
-    const auto* aclEnd = reinterpret_cast<const unsigned char*>(acl) + acl->AclSize;
-    const auto room = aclEnd - static_cast<const unsigned char*>(found);
-    if (room < static_cast<std::ptrdiff_t>(sizeof(ACE_HEADER)) || room < entry->AceSize ||
-        entry->AceSize < sizeof(ACE_HEADER))
+    auto* begin = static_cast<unsigned char*>(found);
+    const auto* aclBegin = reinterpret_cast<const unsigned char*>(acl);
+    const auto room = aclBegin + valueAt<ACL>(acl).AclSize - begin;
+    if (room < static_cast<std::ptrdiff_t>(sizeof(ACE_HEADER)))
         throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
-    return entry;
+    const WORD size = valueAt<ACE_HEADER>(begin).AceSize;
+    if (size < sizeof(ACE_HEADER) || room < size)
+        throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
+    return {begin, size};
 }
 
-bool names(ACE_HEADER* entry, const AnyPackageSid& sid) {
-    if (entry->AceSize < sidOffsetInAce + sid.getLengthSid())
+/// Whether the entry names `sid` where entries that allow or deny access name somebody.
+bool names(std::span<unsigned char> entry, const AnyPackageSid& sid) {
+    constexpr std::size_t sidHeaderSize = offsetof(SID, SubAuthority);
+    if (entry.size() < sidOffsetInAce + sidHeaderSize)
         return false;
-    return EqualSid(reinterpret_cast<unsigned char*>(entry) + sidOffsetInAce, sid.getSid());
+    const std::span<unsigned char> named = entry.subspan(sidOffsetInAce);
+    const std::size_t subAuthorityCount = named[offsetof(SID, SubAuthorityCount)];
+    if (named.size() < sidHeaderSize + subAuthorityCount * sizeof(DWORD))
+        return false;
+    return EqualSid(named.data(), sid.getSid());
 }
 
 /// Whether the list lies in the descriptor as its header says it does.
@@ -72,7 +90,7 @@ bool contains(const Buffer<unsigned char>& descriptor, const ACL* acl) {
     if (begin < descriptor.begin() || begin > descriptor.end())
         return false;
     const auto room = static_cast<std::size_t>(descriptor.end() - begin);
-    return room >= sizeof(ACL) && room >= acl->AclSize;
+    return room >= sizeof(ACL) && room >= valueAt<ACL>(acl).AclSize;
 }
 
 /// An access-control list while it is being built.
@@ -96,8 +114,8 @@ private:
 
 void copyEntries(PACL from, DWORD count, PACL to) {
     for (DWORD i = 0; i != count; ++i) {
-        ACE_HEADER* entry = entryAt(from, i);
-        if (!AddAce(to, ACL_REVISION, i + 1, entry, entry->AceSize))
+        const std::span<unsigned char> entry = entryAt(from, i);
+        if (!AddAce(to, ACL_REVISION, i + 1, entry.data(), static_cast<DWORD>(entry.size())))
             throwFailureOf(L"AddAce");
     }
 }
