@@ -3,6 +3,7 @@
 
 #include "name.h"
 
+#include <algorithm>
 #include <map>
 #include <vector>
 
@@ -10,12 +11,30 @@ namespace asn1 {
 
 /// How a type of attribute is written.
 struct CERTSTOREUPDATER_API DN_ATTRIBUTE {
-    using DefinedTypes = std::map<ObjectIdentifier, DN_ATTRIBUTE>;
+    /// Lets the table be asked with contents octets that are no object of their own.
+    struct ContentsOrder {
+        using is_transparent = void;
+        using Contents = BufferRange<unsigned char>;
+        static bool isLess(Contents a, Contents b) noexcept {
+            return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+        }
+        bool operator()(const ObjectIdentifier& a, const ObjectIdentifier& b) const noexcept {
+            return isLess(a.contents(), b.contents());
+        }
+        bool operator()(const ObjectIdentifier& a, Contents b) const noexcept {
+            return isLess(a.contents(), b);
+        }
+        bool operator()(Contents a, const ObjectIdentifier& b) const noexcept {
+            return isLess(a, b.contents());
+        }
+    };
+    using DefinedTypes = std::map<ObjectIdentifier, DN_ATTRIBUTE, ContentsOrder>;
 
     std::vector<Buffer<wchar_t>> names; ///< the first one is written
     bool hasNoStringForm = false;       ///< values are written in hexadecimal
-    /// The text of a value, which is not escaped yet.
-    TmpBuffer<wchar_t> (*convert)(const OpenType& value) = nullptr;
+    /// The text, not escaped yet, of the value with this encoding. Without a conversion there is
+    /// no string form.
+    TmpBuffer<wchar_t> (*convert)(BufferRange<unsigned char> encoding) = nullptr;
 
     /// The name that is written.
     /// \throws QuorError_Asn1_NoDefaultValue with "CAUSE" = "MissingStringType" without names
@@ -35,7 +54,8 @@ CERTSTOREUPDATER_API TmpBuffer<wchar_t> toText(const DirectoryString& string);
 /// backslash before it. A type without a name is written as "OID." and its identifier, a value
 /// without a string form as "#" and the hexadecimal of its encoding.
 /// \throws QuorError_Asn1_Decode if the value of a type with a string form is no character
-///   string; buffer::BufferError_InvalidEncodingUnit for malformed UTF-8
+///   string; buffer::BufferError_InvalidEncodingUnit for malformed UTF-8;
+///   QuorError_Asn1_Encode with "FIELD_NAME" if "type" or "value" is not set
 CERTSTOREUPDATER_API TmpBuffer<wchar_t>
 toText(const AttributeTypeAndValue& attribute,
        const DN_ATTRIBUTE::DefinedTypes& definedTypes = DN_ATTRIBUTE::definedTypes());

@@ -7,6 +7,7 @@
 #include "oids.h"
 #include "unset.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace asn1 {
@@ -15,6 +16,7 @@ namespace {
 
 constexpr wchar_t sourceFile[] = L"asn1\\src\\nametext.cpp";
 
+using Range = BufferRange<unsigned char>;
 using Text = TmpBuffer<wchar_t>;
 
 void append(Text& text, std::wstring_view more) {
@@ -39,61 +41,112 @@ bool isCharacterSet(unsigned char identifier) {
     return false;
 }
 
+/// How many octets a character takes, at least.
+std::size_t octetsEach(CharacterSet set) {
+    if (set == CharacterSet::universal)
+        return 4;
+    return set == CharacterSet::bmp ? 2 : 1;
+}
+
 /// The text of any character string, whichever one the type of attribute asks for: certificates
 /// of all ages are to be shown, not judged.
-Text characterStringText(const OpenType& value) {
-    const BufferRange<unsigned char> encoding = value.encoding();
+Text characterStringText(Range encoding) {
     const Element element = elementAt(encoding.begin(), encoding.end());
     const unsigned char identifier = tag::masked(element.identifier());
-    if (!isCharacterSet(identifier))
+    const auto set = static_cast<CharacterSet>(identifier);
+    const Range contents = element.contentsRange();
+    if (!isCharacterSet(identifier) || contents.size() % octetsEach(set) != 0)
         throw korv::makeEvent<QuorError_Asn1_Decode>(
             sourceFile, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}});
-    return characterText(static_cast<CharacterSet>(identifier), element.contentsRange());
+    return characterText(set, contents);
+}
+
+constexpr bool isSpecial(wchar_t character) noexcept {
+    switch (character) {
+    case L',':
+    case L'+':
+    case L'=':
+    case L'"':
+    case L'\n':
+    case L'<':
+    case L'>':
+    case L'#':
+    case L';':
+    case L'\\':
+        return true;
+    default:
+        return false;
+    }
 }
 
 void appendEscaped(Text& text, const Text& value) {
-    static constexpr std::wstring_view special = L",+=\"\n<>#;\\";
+    const auto specials = static_cast<std::size_t>(std::ranges::count_if(value, isSpecial));
+    const std::size_t oldSize = text.size();
+    text.resize(oldSize + value.size() + specials);
+    wchar_t* out = text.data() + oldSize;
     for (const wchar_t character : value) {
-        if (special.find(character) != std::wstring_view::npos)
-            text.append(L'\\');
-        text.append(character);
+        if (isSpecial(character))
+            *out++ = L'\\';
+        *out++ = character;
     }
 }
 
-void appendAttribute(Text& text, const AttributeTypeAndValue& attribute,
-                     const DN_ATTRIBUTE::DefinedTypes& definedTypes) {
-    const auto entry = definedTypes.find(attribute.attributeType);
+ObjectIdentifier objectIdentifier(Range contents) {
+    ObjectIdentifier identifier;
+    identifier.assignContents(Buffer<unsigned char>(contents.begin(), contents.size()));
+    return identifier;
+}
+
+// What follows walks over the encodings of lists and attributes, which were checked when they
+// came into their values: objects for every part would cost more than the text.
+
+/// \param encoding of the AttributeTypeAndValue
+void appendAttribute(Text& text, Range encoding, const DN_ATTRIBUTE::DefinedTypes& definedTypes) {
+    const Range members = elementAt(encoding.begin(), encoding.end()).contentsRange();
+    const Element attributeType = elementAt(members.begin(), members.end());
+    const Range value{attributeType.end, members.end()};
+
+    const auto entry = definedTypes.find(attributeType.contentsRange());
     const DN_ATTRIBUTE* defined = entry == definedTypes.end() ? nullptr : &entry->second;
     if (!defined || defined->names.empty()) {
         append(text, L"OID.");
-        text.append(attribute.attributeType.text());
+        text.append(objectIdentifier(attributeType.contentsRange()).text());
     } else
         text.append(defined->writtenName());
-    append(text, L"=");
-    if (!defined || defined->hasNoStringForm) {
-        append(text, L"#");
-        text.append(buffer::hexEncode(aux::encodeDer(attribute.value, false)));
+    text.append(L'=');
+    if (!defined || defined->hasNoStringForm || !defined->convert) {
+        text.append(L'#');
+        text.append(buffer::hexEncode(value));
     } else
-        appendEscaped(text, defined->convert(attribute.value));
+        appendEscaped(text, defined->convert(value));
 }
 
-/// Appends the items of a list, the last one first. Lists are read from the front only, so their
-/// items' positions are collected first.
-template <class List, class AppendItem>
-void appendReversed(Text& text, const List& list, std::wstring_view separator,
-                    AppendItem appendItem) {
-    std::vector<typename List::Iterator> positions;
-    for (auto position = list.begin(); position != list.end(); ++position)
-        positions.push_back(position);
-    for (auto position = positions.rbegin(); position != positions.rend(); ++position) {
-        if (position != positions.rbegin())
+/// Calls `appendItem` with the encodings of a list's items, the last one first. Lists are read
+/// from the front only, so the items are collected first, except for the usual list of one.
+template <class AppendItem>
+void appendReversed(Text& text, Range list, std::wstring_view separator, AppendItem appendItem) {
+    if (list.empty())
+        return;
+    const Element first = elementAt(list.begin(), list.end());
+    if (first.end == list.end()) {
+        appendItem(first.range());
+        return;
+    }
+    std::vector<Range> items;
+    constexpr std::size_t usually = 8;
+    items.reserve(usually);
+    for (const unsigned char* p = list.begin(); p != list.end(); p = items.back().end())
+        items.push_back(elementAt(p, list.end()).range());
+    for (auto item = items.rbegin(); item != items.rend(); ++item) {
+        if (item != items.rbegin())
             append(text, separator);
-        appendItem(**position);
+        appendItem(*item);
     }
 }
 
-void appendNames(Text& text, const RelativeDistinguishedName& names) {
-    appendReversed(text, names, L" + ", [&](const AttributeTypeAndValue& attribute) {
+/// \param names contents of the RelativeDistinguishedName
+void appendNames(Text& text, Range names) {
+    appendReversed(text, names, L" + ", [&text](Range attribute) {
         appendAttribute(text, attribute, DN_ATTRIBUTE::definedTypes());
     });
 }
@@ -167,13 +220,13 @@ Text toText(const DirectoryString& string) {
 Text toText(const AttributeTypeAndValue& attribute,
             const DN_ATTRIBUTE::DefinedTypes& definedTypes) {
     Text text(std::size_t{0});
-    appendAttribute(text, attribute, definedTypes);
+    appendAttribute(text, aux::encodeDer(attribute, false), definedTypes);
     return text;
 }
 
 Text toText(const RelativeDistinguishedName& names) {
     Text text(std::size_t{0});
-    appendNames(text, names);
+    appendNames(text, names.contents());
     return text;
 }
 
@@ -181,8 +234,9 @@ Text toText(const RDNSequence& names) {
     if (!names.hasValue())
         throw unsetValue(sourceFile, RDNSequence::asn1Type);
     Text text(std::size_t{0});
-    appendReversed(text, names, L", ",
-                   [&](const RelativeDistinguishedName& rdn) { appendNames(text, rdn); });
+    appendReversed(text, names.contents(), L", ", [&text](Range rdn) {
+        appendNames(text, elementAt(rdn.begin(), rdn.end()).contentsRange());
+    });
     return text;
 }
 

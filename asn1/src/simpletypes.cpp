@@ -294,6 +294,9 @@ TmpBuffer<wchar_t> wideCharacters(Range contents, std::size_t octetsEach) {
 TmpBuffer<wchar_t> characterText(CharacterSet set, Range contents) {
     switch (set) {
     case CharacterSet::utf8: {
+        // Most names are plain ASCII.
+        if (std::ranges::all_of(contents, [](unsigned char octet) { return octet < 0x80; }))
+            return wideCharacters(contents, 1);
         TmpBuffer<wchar_t> text(std::size_t{0});
         buffer::Utf8Decoder::decode(contents, text);
         return text;
