@@ -1,0 +1,129 @@
+// The DACLs of files, as tests set them, read them and see the library read and write them.
+#include "filesecurity.h"
+
+#include "runningonwine.h"
+
+#include <cstring>
+#include <system_error>
+
+namespace mspermissions_test {
+
+namespace {
+
+[[noreturn]] void throwLastError(const char* function) {
+    throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), function);
+}
+
+Bytes realDescriptor(const wchar_t* path) {
+    DWORD size = 0;
+    GetFileSecurityW(path, DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    Bytes bytes(size);
+    if (!GetFileSecurityW(path, DACL_SECURITY_INFORMATION, bytes.data(), size, &size))
+        throwLastError("GetFileSecurityW");
+    return bytes;
+}
+
+} // namespace
+
+HMODULE library() {
+    return GetModuleHandleW(L"certstoreupdater.dll");
+}
+
+FileSecurity::FileSecurity() {
+    getHook_.replace([this](auto... arguments) { return get(arguments...); });
+    setHook_.replace([this](auto... arguments) { return set(arguments...); });
+}
+
+FileSecurity::FileId FileSecurity::identify(const wchar_t* path) {
+    const HANDLE file = CreateFileW(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        throwLastError("CreateFileW");
+    BY_HANDLE_FILE_INFORMATION information{};
+    const BOOL done = GetFileInformationByHandle(file, &information);
+    CloseHandle(file);
+    if (!done)
+        throwLastError("GetFileInformationByHandle");
+    return {information.dwVolumeSerialNumber, information.nFileIndexHigh,
+            information.nFileIndexLow};
+}
+
+const Bytes* FileSecurity::kept(const wchar_t* path) const {
+    if (kept_.empty() || GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES)
+        return nullptr;
+    const auto found = kept_.find(identify(path));
+    return found == kept_.end() ? nullptr : &found->second;
+}
+
+BOOL FileSecurity::get(LPCWSTR path, SECURITY_INFORMATION information, PSECURITY_DESCRIPTOR buffer,
+                       DWORD size, LPDWORD needed) {
+    if (size == 0)
+        reads_.emplace_back(path);
+    const Bytes* bytes = kept(path);
+    if (!bytes)
+        return getHook_.original(path, information, buffer, size, needed);
+    *needed = static_cast<DWORD>(bytes->size());
+    if (size < bytes->size()) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(buffer, bytes->data(), bytes->size());
+    return TRUE;
+}
+
+BOOL FileSecurity::set(LPCWSTR path, SECURITY_INFORMATION information,
+                       PSECURITY_DESCRIPTOR descriptor) {
+    const std::wstring name = path;
+    writes_.push_back(
+        {name, information, descriptors::toSddl(descriptor), descriptors::aclBytes(descriptor)});
+    const bool keep = testsupport::runningOnWine() || kept(path);
+    if (!keep || GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES) {
+        if (!setHook_.original(path, information, descriptor))
+            return FALSE;
+    } else {
+        Bytes bytes = descriptors::daclOnly(descriptor);
+        descriptors::mapGenericRights(bytes);
+        kept_[identify(path)] = bytes;
+    }
+    if (afterWrite_)
+        afterWrite_(name);
+    return TRUE;
+}
+
+void FileSecurity::setDacl(const std::filesystem::path& path, const std::wstring& sddl) {
+    Bytes bytes = descriptors::fromSddl(sddl);
+    descriptors::mapGenericRights(bytes);
+    if (testsupport::runningOnWine())
+        kept_[identify(path.c_str())] = bytes;
+    else if (!SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, bytes.data()))
+        throwLastError("SetFileSecurityW");
+}
+
+void FileSecurity::setDescriptor(const std::filesystem::path& path, const Bytes& descriptor) {
+    kept_[identify(path.c_str())] = descriptor;
+}
+
+Bytes FileSecurity::descriptor(const std::filesystem::path& path) {
+    const Bytes* bytes = kept(path.c_str());
+    return bytes ? *bytes : realDescriptor(path.c_str());
+}
+
+std::wstring FileSecurity::dacl(const std::filesystem::path& path) {
+    Bytes bytes = descriptor(path);
+    descriptors::mapGenericRights(bytes);
+    return descriptors::toSddl(bytes.data());
+}
+
+std::vector<std::wstring> FileSecurity::writtenPaths() const {
+    std::vector<std::wstring> paths;
+    for (const Write& write : writes_)
+        paths.push_back(write.path);
+    return paths;
+}
+
+void FileSecurity::forgetCalls() {
+    reads_.clear();
+    writes_.clear();
+}
+
+} // namespace mspermissions_test
