@@ -1,0 +1,39 @@
+// One CSP's part of a Windows store.
+#pragma once
+
+#include "registry.h"
+
+#include "certstorehelper.h"
+
+#include <string>
+
+namespace updater {
+
+/// Reads and changes the store through the library and puts its errors into words.
+class CspStore final : public CspRegistry {
+public:
+    /// \throws Failure if the store cannot be opened
+    CspStore(const std::wstring& store, const std::wstring& csp);
+
+    CertMap list() override;
+    bool isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
+    bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
+    bool isOurs(const asn1::Certificate& cert) override;
+    bool isPresent(const asn1::Certificate& cert) override;
+    void add(const Buffer<wchar_t>& container, const CertItem& item) override;
+    void remove(const asn1::Certificate& cert) override;
+
+    /// Removes all entries that are ours. Ends silently where the user declines one.
+    void clean();
+
+private:
+    template <class Function>
+    auto reading(Function function);
+    void takeBack(const asn1::Certificate& cert) noexcept;
+
+    std::wstring name_;
+    std::wstring csp_;
+    pkcs11::certstoreupdater::CertStoreHelper store_;
+};
+
+} // namespace updater

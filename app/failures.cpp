@@ -1,0 +1,294 @@
+// How the program fails: exit codes, and one clear line about what failed.
+#include "failures.h"
+
+#include "asn1error.h"
+#include "buffererror.h"
+#include "certstoreupdatererror.h"
+#include "pkcs11error.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <iterator>
+#include <sstream>
+#include <utility>
+
+namespace updater {
+
+namespace {
+
+using Kind = Activity::Kind;
+
+struct ExitCodeRow {
+    ExitCode code;
+    const char* meaning;
+};
+
+constexpr ExitCodeRow exitCodes[] = {
+    {ExitCode::done, "done"},
+    {ExitCode::unexpected, "something unexpected, such as no memory or no place for the output"},
+    {ExitCode::usage, "the command line, or a PIN source that cannot be read"},
+    {ExitCode::module, "the PKCS#11 module cannot be loaded or does not start"},
+    {ExitCode::tokenAbsent, "no token is present, or its user PIN has not been set"},
+    {ExitCode::pinRefused, "the token refused the PIN"},
+    {ExitCode::certificate, "a certificate is malformed"},
+    {ExitCode::store, "the certificate store"},
+    {ExitCode::signature, "a signature that Windows does not trust"},
+    {ExitCode::permissions, "file permissions"},
+    {ExitCode::token, "any other fault of the token or its module"},
+    {ExitCode::incomplete,
+     "not everything could be done: an entry that is not ours is in the way,\n"
+     "      or the store refused a change"},
+};
+
+// Answers of Cryptoki functions (PKCS #11, CK_RV).
+constexpr unsigned long generalError = 0x05;
+constexpr unsigned long deviceRemoved = 0x32;
+constexpr unsigned long pinIncorrect = 0xA0;
+constexpr unsigned long pinInvalid = 0xA1;
+constexpr unsigned long pinLengthRange = 0xA2;
+constexpr unsigned long pinExpired = 0xA3;
+constexpr unsigned long pinLocked = 0xA4;
+constexpr unsigned long tokenNotPresent = 0xE0;
+constexpr unsigned long tokenNotRecognized = 0xE1;
+constexpr unsigned long userPinNotInitialized = 0x102;
+
+struct AnswerName {
+    unsigned long code;
+    const wchar_t* name;
+};
+
+constexpr AnswerName answerNames[] = {
+    {0x02, L"CKR_HOST_MEMORY"},
+    {0x03, L"CKR_SLOT_ID_INVALID"},
+    {generalError, L"CKR_GENERAL_ERROR"},
+    {0x06, L"CKR_FUNCTION_FAILED"},
+    {0x07, L"CKR_ARGUMENTS_BAD"},
+    {0x0A, L"CKR_CANT_LOCK"},
+    {0x11, L"CKR_ATTRIBUTE_SENSITIVE"},
+    {0x12, L"CKR_ATTRIBUTE_TYPE_INVALID"},
+    {0x13, L"CKR_ATTRIBUTE_VALUE_INVALID"},
+    {0x30, L"CKR_DEVICE_ERROR"},
+    {0x31, L"CKR_DEVICE_MEMORY"},
+    {deviceRemoved, L"CKR_DEVICE_REMOVED"},
+    {0x50, L"CKR_FUNCTION_CANCELED"},
+    {0x54, L"CKR_FUNCTION_NOT_SUPPORTED"},
+    {0x82, L"CKR_OBJECT_HANDLE_INVALID"},
+    {0x90, L"CKR_OPERATION_ACTIVE"},
+    {0x91, L"CKR_OPERATION_NOT_INITIALIZED"},
+    {pinIncorrect, L"CKR_PIN_INCORRECT"},
+    {pinInvalid, L"CKR_PIN_INVALID"},
+    {pinLengthRange, L"CKR_PIN_LEN_RANGE"},
+    {pinExpired, L"CKR_PIN_EXPIRED"},
+    {pinLocked, L"CKR_PIN_LOCKED"},
+    {0xB0, L"CKR_SESSION_CLOSED"},
+    {0xB1, L"CKR_SESSION_COUNT"},
+    {0xB3, L"CKR_SESSION_HANDLE_INVALID"},
+    {0xD1, L"CKR_TEMPLATE_INCONSISTENT"},
+    {tokenNotPresent, L"CKR_TOKEN_NOT_PRESENT"},
+    {tokenNotRecognized, L"CKR_TOKEN_NOT_RECOGNIZED"},
+    {0xE2, L"CKR_TOKEN_WRITE_PROTECTED"},
+    {0x100, L"CKR_USER_ALREADY_LOGGED_IN"},
+    {0x101, L"CKR_USER_NOT_LOGGED_IN"},
+    {userPinNotInitialized, L"CKR_USER_PIN_NOT_INITIALIZED"},
+    {0x104, L"CKR_USER_ANOTHER_ALREADY_LOGGED_IN"},
+    {0x105, L"CKR_USER_TOO_MANY_TYPES"},
+    {0x190, L"CKR_CRYPTOKI_NOT_INITIALIZED"},
+    {0x191, L"CKR_CRYPTOKI_ALREADY_INITIALIZED"},
+};
+
+unsigned long answerOf(const korv::GenericEvent& event) {
+    const auto* code = event.param(L"CRYPTOKY_ERROR_CODE");
+    return code ? std::wcstoul(code->c_str(), nullptr, 10) : generalError;
+}
+
+std::wstring nameOfAnswer(unsigned long code) {
+    const auto* const found =
+        std::find_if(std::begin(answerNames), std::end(answerNames),
+                     [code](const AnswerName& entry) { return entry.code == code; });
+    if (found != std::end(answerNames))
+        return found->name;
+    std::wostringstream text;
+    text << L"answer 0x" << std::hex << std::uppercase << code;
+    return text.str();
+}
+
+std::wstring quoted(const std::wstring& text) {
+    return L"\"" + text + L"\"";
+}
+
+Failure pinFailure(unsigned long code) {
+    constexpr auto refused = ExitCode::pinRefused;
+    switch (code) {
+    case pinLocked:
+        return {refused, L"the PIN is locked; unblock it with the token's own tool or ask whoever "
+                         L"issued the token"};
+    case pinExpired:
+        return {refused, L"the PIN has expired; change it with the token's own tool"};
+    case pinInvalid:
+    case pinLengthRange:
+        return {refused, L"the token does not take such a PIN: its length or its characters are "
+                         L"wrong; check where it comes from before you try again"};
+    default:
+        return {refused, L"the token refused the PIN; it was tried once and will not be tried "
+                         L"again by itself. Make sure of the PIN before the next try: the token "
+                         L"locks after a few wrong ones"};
+    }
+}
+
+bool isPinAnswer(unsigned long code) {
+    return code >= pinIncorrect && code <= pinLocked;
+}
+
+Failure moduleFailure(const std::wstring& file, const korv::GenericEvent& event) {
+    const korv::GenericEvent* const cause = event.parent();
+    if (cause) {
+        const auto* const error = cause->param(L"ERROR");
+        return {ExitCode::module,
+                L"the module " + quoted(file) + L" cannot be loaded (" +
+                    (error ? toString(*error) : std::wstring(L"no reason given")) +
+                    L"); check its path and that it is a 64-bit PKCS#11 module"};
+    }
+    return {ExitCode::module, L"the module " + quoted(file) + L" does not start: " +
+                                  nameOfAnswer(answerOf(event)) +
+                                  L"; check that its device and its own software are in order"};
+}
+
+Failure tokenFailure(const Activity& activity, const korv::GenericEvent& event) {
+    const unsigned long code = answerOf(event);
+    const std::wstring answer = nameOfAnswer(code);
+    if (activity.kind == Kind::loadModule)
+        return moduleFailure(activity.subject, event);
+    if (activity.kind == Kind::unloadModule)
+        return {ExitCode::token, L"the module " + quoted(activity.subject) +
+                                     L" did not end as it should (" + answer +
+                                     L"); what is reported above was done all the same"};
+    if (code == deviceRemoved || code == tokenNotPresent || code == tokenNotRecognized)
+        return {ExitCode::tokenAbsent, L"the token is gone or not recognised (" + answer +
+                                           L"); insert it and try again; the store is unchanged"};
+    if (code == userPinNotInitialized)
+        return {ExitCode::tokenAbsent,
+                L"the token's user PIN has not been set; set it with the token's own tool"};
+    if (activity.kind == Kind::logIn)
+        return isPinAnswer(code)
+                   ? pinFailure(code)
+                   : Failure{ExitCode::token, L"the login to the token failed (" + answer +
+                                                  L"); the store is unchanged"};
+    return {ExitCode::token, L"reading the token failed (" + answer +
+                                 L"); the store is unchanged. Take the token out, insert it again "
+                                 L"and try once more"};
+}
+
+Failure malformedFailure(const Activity& activity) {
+    switch (activity.kind) {
+    case Kind::add:
+        return {ExitCode::certificate,
+                L"the certificate " + activity.subject +
+                    L" cannot be registered, because it is malformed; have it issued anew"};
+    case Kind::readToken:
+        return {ExitCode::certificate, L"a certificate or label on the token is malformed; the "
+                                       L"store is unchanged. Replace it with the token's own tool"};
+    default:
+        return {ExitCode::certificate,
+                L"the store " + quoted(activity.subject) +
+                    L" holds a certificate that is malformed; remove it with certmgr.msc"};
+    }
+}
+
+std::wstring whatFailedInStore(const Activity& activity) {
+    switch (activity.kind) {
+    case Kind::openStore:
+        return L"the store " + quoted(activity.subject) +
+               L" cannot be opened; check its name and that you may use it";
+    case Kind::add:
+        return L"the certificate " + activity.subject +
+               L" cannot be registered; check that you may change the store";
+    case Kind::remove:
+        return L"the certificate " + activity.subject +
+               L" cannot be removed; check that you may change the store";
+    case Kind::clean:
+        return L"not all entries for the CSP " + quoted(activity.subject) +
+               L" can be removed; check that you may change the store";
+    default:
+        return L"the store " + quoted(activity.subject) + L" cannot be read";
+    }
+}
+
+Failure storeFailure(const Activity& activity, const korv::GenericEvent& event) {
+    if (dynamic_cast<const buffer::BufferError*>(&event))
+        return {ExitCode::store, L"the record of container and CSP of an entry in the store is not "
+                                 L"UTF-8, so whose it is cannot be told; remove that entry with "
+                                 L"certmgr.msc"};
+    return {ExitCode::store, whatFailedInStore(activity)};
+}
+
+bool isAboutToken(Kind kind) {
+    return kind == Kind::loadModule || kind == Kind::logIn || kind == Kind::readToken ||
+           kind == Kind::unloadModule;
+}
+
+bool isMalformedCertificate(const Activity& activity, const korv::GenericEvent& event) {
+    if (dynamic_cast<const asn1::QuorError*>(&event))
+        return true;
+    // Text that a token gives, or that stands in a certificate, as against a store's record.
+    const bool textOfCertificate = activity.kind == Kind::readToken || activity.kind == Kind::add;
+    return textOfCertificate && dynamic_cast<const buffer::BufferError*>(&event);
+}
+
+Failure inWords(const Activity& activity, const korv::GenericEvent& event) {
+    using namespace pkcs11::certstoreupdater;
+    if (dynamic_cast<const CertStoreUpdaterError_TokenNotPresent*>(&event))
+        return {ExitCode::tokenAbsent, L"no token is present: no slot of the module " +
+                                           quoted(activity.subject) +
+                                           L" holds one; insert the token and try again"};
+    if (dynamic_cast<const CertStoreUpdaterError_TokenNotInitialized*>(&event))
+        return {ExitCode::tokenAbsent,
+                L"the token's user PIN has not been set; set it with the token's own tool"};
+    if (dynamic_cast<const CertStoreUpdaterError_InvalidFileSignature*>(&event))
+        return {ExitCode::signature,
+                L"Windows does not trust the signature of " + quoted(activity.subject)};
+    if (dynamic_cast<const CertStoreUpdaterError_InvalidConfiguration*>(&event))
+        return {ExitCode::permissions,
+                L"the permissions of " + quoted(activity.subject) + L" cannot be changed"};
+    if (dynamic_cast<const pkcs11::Pkcs11Error*>(&event))
+        return tokenFailure(activity, event);
+    if (isMalformedCertificate(activity, event))
+        return malformedFailure(activity);
+    if (isAboutToken(activity.kind))
+        return {ExitCode::token, L"the token cannot be used"};
+    return storeFailure(activity, event);
+}
+
+} // namespace
+
+std::string exitCodeHelp() {
+    std::ostringstream text;
+    text << "Exit codes:\n";
+    for (const auto& [code, meaning] : exitCodes) {
+        text.width(4);
+        text << static_cast<int>(code) << "  " << meaning << '\n';
+    }
+    return text.str();
+}
+
+Failure::Failure(ExitCode code, std::wstring line)
+    : code_(code), line_(std::move(line)), what_(toUtf8(line_)) {}
+
+std::wstring describe(const korv::GenericEvent& event) {
+    std::wstring text = toWide(event.what());
+    const wchar_t* separator = L": ";
+    for (const auto& [key, value] : event.params()) {
+        text += separator + toString(key) + L"=" + toString(value);
+        separator = L", ";
+    }
+    if (event.parent())
+        text += L"; because of " + describe(*event.parent());
+    return text;
+}
+
+Failure explain(const Activity& activity, const korv::GenericEvent& event) {
+    const Failure failure = inWords(activity, event);
+    return {failure.code(), failure.line() + L" (" + describe(event) + L")"};
+}
+
+} // namespace updater

@@ -1,0 +1,222 @@
+// The token's PIN: where it comes from, and its short life in memory.
+#include "pin.h"
+
+#include "failures.h"
+#include "secret.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <memory>
+#include <type_traits>
+
+namespace updater {
+
+namespace {
+
+// Tokens take PINs of up to 255 bytes. There is room for one byte more, and for a line end, so
+// that what is too long is told from what fits.
+constexpr std::size_t longestPin = 255;
+constexpr std::size_t roomForPin = longestPin + 3;
+
+using PinBytes = WipedArray<unsigned char, roomForPin>;
+// No UTF-16 unit takes less than one byte of UTF-8.
+using PinUnits = WipedArray<wchar_t, roomForPin>;
+
+struct HandleCloser {
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using FileHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser>;
+
+FileHandle openFile(const wchar_t* name, DWORD access) {
+    const HANDLE handle = CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return FileHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
+
+Failure unusable(const std::wstring& what) {
+    return {ExitCode::usage, what + L"; the token was not asked"};
+}
+
+bool beginsWith(const unsigned char* bytes, std::size_t size,
+                std::initializer_list<unsigned char> mark) {
+    return size >= mark.size() && std::equal(mark.begin(), mark.end(), bytes);
+}
+
+/// \param from names the source in messages
+Pin pinOf(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
+    if (size == 0)
+        throw unusable(L"the PIN from " + from + L" is empty");
+    if (size > longestPin)
+        throw unusable(L"what came from " + from + L" is too long to be a PIN");
+    return Pin(bytes.data(), size);
+}
+
+/// A wrong PIN costs one of few tries, so what cannot be right is not tried.
+void refuseEncodingMarks(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
+    if (beginsWith(bytes.data(), size, {0xFF, 0xFE}) ||
+        beginsWith(bytes.data(), size, {0xFE, 0xFF}) ||
+        beginsWith(bytes.data(), size, {0xEF, 0xBB, 0xBF}))
+        throw unusable(L"what came from " + from +
+                       L" begins with a byte order mark; save the PIN without one");
+}
+
+std::size_t withoutLineEnd(const PinBytes& bytes, std::size_t size) {
+    if (size != 0 && bytes.data()[size - 1] == '\n')
+        --size;
+    else
+        return size;
+    return size != 0 && bytes.data()[size - 1] == '\r' ? size - 1 : size;
+}
+
+std::size_t readAll(HANDLE file, PinBytes& bytes, const std::wstring& from) {
+    std::size_t size = 0;
+    while (size != bytes.capacity()) {
+        DWORD read = 0;
+        if (!ReadFile(file, bytes.data() + size, static_cast<DWORD>(bytes.capacity() - size), &read,
+                      nullptr)) {
+            if (GetLastError() == ERROR_BROKEN_PIPE)
+                break;
+            throw unusable(L"the PIN cannot be read from " + from);
+        }
+        if (read == 0)
+            break;
+        size += read;
+    }
+    return size;
+}
+
+Pin pinFromStream(HANDLE stream, const std::wstring& from) {
+    PinBytes bytes;
+    const std::size_t size = readAll(stream, bytes, from);
+    refuseEncodingMarks(bytes, size, from);
+    return pinOf(bytes, withoutLineEnd(bytes, size), from);
+}
+
+Pin pinFromFile(const std::wstring& name) {
+    const std::wstring from = L"the file \"" + name + L"\"";
+    const FileHandle file = openFile(name.c_str(), GENERIC_READ);
+    if (!file)
+        throw unusable(L"the PIN cannot be read from " + from +
+                       L"; check that it exists and that you may read it");
+    return pinFromStream(file.get(), from);
+}
+
+Pin pinFromStandardInput() {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(input, &mode))
+        throw unusable(L"standard input is the console, which would show the PIN; leave "
+                       L"--pin-stdin out to be asked for it");
+    return pinFromStream(input, L"standard input");
+}
+
+Pin pinFromUnits(const PinUnits& units, std::size_t size, const std::wstring& from) {
+    PinBytes bytes;
+    const int converted =
+        size == 0
+            ? 0
+            : WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, units.data(),
+                                  static_cast<int>(size), reinterpret_cast<char*>(bytes.data()),
+                                  static_cast<int>(bytes.capacity()), nullptr, nullptr);
+    if (size != 0 && converted == 0)
+        throw unusable(GetLastError() == ERROR_INSUFFICIENT_BUFFER
+                           ? L"what came from " + from + L" is too long to be a PIN"
+                           : L"what came from " + from + L" is no Unicode text");
+    return pinOf(bytes, static_cast<std::size_t>(converted), from);
+}
+
+Pin pinFromEnvironment(const std::wstring& name) {
+    const std::wstring from = L"the environment variable \"" + name + L"\"";
+    PinUnits units;
+    SetLastError(ERROR_SUCCESS);
+    const DWORD size =
+        GetEnvironmentVariableW(name.c_str(), units.data(), static_cast<DWORD>(units.capacity()));
+    if (size == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND)
+        throw unusable(from + L" is not set");
+    if (size >= units.capacity())
+        throw unusable(L"what came from " + from + L" is too long to be a PIN");
+    return pinFromUnits(units, size, from);
+}
+
+HANDLE quietConsole = nullptr;
+DWORD loudMode = 0;
+
+BOOL WINAPI restoreEcho(DWORD) {
+    SetConsoleMode(quietConsole, loudMode);
+    return FALSE; // the next handler ends the program
+}
+
+/// A console that does not show what is typed, for as long as the object lives or until the
+/// program is interrupted.
+class WithoutEcho {
+public:
+    explicit WithoutEcho(HANDLE console) {
+        GetConsoleMode(console, &loudMode);
+        quietConsole = console;
+        SetConsoleCtrlHandler(restoreEcho, TRUE);
+        SetConsoleMode(console, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT);
+    }
+    WithoutEcho(const WithoutEcho&) = delete;
+    WithoutEcho& operator=(const WithoutEcho&) = delete;
+    ~WithoutEcho() {
+        SetConsoleMode(quietConsole, loudMode);
+        SetConsoleCtrlHandler(restoreEcho, FALSE);
+    }
+};
+
+void show(HANDLE console, std::wstring_view text) {
+    DWORD written = 0;
+    WriteConsoleW(console, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+Pin pinFromPrompt() {
+    const FileHandle input = openFile(L"CONIN$", GENERIC_READ | GENERIC_WRITE);
+    const FileHandle output = openFile(L"CONOUT$", GENERIC_READ | GENERIC_WRITE);
+    DWORD mode = 0;
+    if (!input || !output || !GetConsoleMode(input.get(), &mode))
+        throw unusable(L"there is no console to ask for the PIN; give it by --pin-file, "
+                       L"--pin-stdin or --pin-env");
+    PinUnits units;
+    DWORD size = 0;
+    {
+        show(output.get(), L"PIN: ");
+        const WithoutEcho quiet(input.get());
+        if (!ReadConsoleW(input.get(), units.data(), static_cast<DWORD>(units.capacity()), &size,
+                          nullptr))
+            throw unusable(L"the PIN cannot be read from the console");
+        show(output.get(), L"\r\n");
+    }
+    const auto* const end = units.data() + size;
+    const auto* const lineEnd =
+        std::find_if(units.data() + 0, units.data() + size,
+                     [](wchar_t unit) { return unit == L'\r' || unit == L'\n'; });
+    if (lineEnd == end && size == units.capacity()) {
+        // What was not read would go to, and be shown by, whoever reads the console next.
+        FlushConsoleInputBuffer(input.get());
+        throw unusable(L"what was typed is too long to be a PIN");
+    }
+    return pinFromUnits(units, static_cast<std::size_t>(lineEnd - units.data()), L"the console");
+}
+
+} // namespace
+
+Pin::~Pin() {
+    SecureZeroMemory(bytes_.data(), bytes_.size());
+}
+
+Pin readPin(const PinSource& source) {
+    switch (source.kind) {
+    case PinSource::Kind::file:
+        return pinFromFile(source.name);
+    case PinSource::Kind::standardInput:
+        return pinFromStandardInput();
+    case PinSource::Kind::environment:
+        return pinFromEnvironment(source.name);
+    case PinSource::Kind::prompt:
+        break;
+    }
+    return pinFromPrompt();
+}
+
+} // namespace updater
