@@ -27,9 +27,9 @@ check() {
 }
 
 run_cppcheck() {
-    cppcheck "--project=build/$1/compile_commands.json" -i /usr/src/googletest -j "$(nproc)" \
+    cppcheck "--project=build/$1/compile_commands.json" -i/usr/src/googletest -itests -j "$(nproc)" \
         --enable=warning,performance,portability --inline-suppr --quiet --error-exitcode=1 \
-        --library=googletest --suppressions-list=cmake/dev/cppcheck.suppressions "${@:2}"
+        --suppressions-list=cmake/dev/cppcheck.suppressions "${@:2}"
 }
 
 run_clang_tidy() {

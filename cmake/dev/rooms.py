@@ -14,9 +14,9 @@ BELOW = {
     "util": set(),
     "asn1": {"util"},
     "pkcs11": {"util"},
-    "include": {"util", "asn1"},
+    "include": {"pkcs11", "asn1", "util"},
     "src": {"include", "pkcs11", "asn1", "util"},
-    "app": {"include", "asn1", "util"},
+    "app": {"include", "pkcs11", "asn1", "util"},
 }
 WITHOUT_TOKENS_AND_CERTIFICATES = {"codeverifier", "mspermissions"}
 
