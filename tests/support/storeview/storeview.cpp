@@ -1,7 +1,8 @@
 // System stores as any program sees them.
 #include "storeview.h"
 
-#include <array>
+#include "childprocess.h"
+
 #include <cstring>
 #include <memory>
 #include <ostream>
@@ -128,67 +129,13 @@ std::optional<std::wstring> takeText(std::istream& words) {
     return text;
 }
 
-std::wstring folderOfThisProgram() {
-    std::wstring path(32768, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    return path.substr(0, path.find_last_of(L'\\') + 1);
-}
-
-struct CloseAnyHandle {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseAnyHandle>;
-
-std::string readAll(HANDLE pipe) {
-    std::string text;
-    std::array<char, 4096> chunk{};
-    DWORD count = 0;
-    while (ReadFile(pipe, chunk.data(), static_cast<DWORD>(chunk.size()), &count, nullptr) &&
-           count != 0)
-        text.append(chunk.data(), count);
-    return text;
-}
-
 /// Runs storetool.exe with some input and returns its output.
 std::string runStoreTool(const std::wstring& arguments, const std::string& input) {
-    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    HANDLE ends[4] = {};
-    require(CreatePipe(&ends[0], &ends[1], &inheritable, 0), "CreatePipe");
-    require(CreatePipe(&ends[2], &ends[3], &inheritable, 0), "CreatePipe");
-    Handle childInput(ends[0]);
-    Handle inputEnd(ends[1]);
-    const Handle outputEnd(ends[2]);
-    Handle childOutput(ends[3]);
-    SetHandleInformation(inputEnd.get(), HANDLE_FLAG_INHERIT, 0);
-    SetHandleInformation(outputEnd.get(), HANDLE_FLAG_INHERIT, 0);
-
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = childInput.get();
-    startup.hStdOutput = childOutput.get();
-    startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
-    std::wstring commandLine = L"\"" + folderOfThisProgram() + L"storetool.exe\" " + arguments;
-    PROCESS_INFORMATION started{};
-    require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                           &startup, &started),
-            "starting storetool.exe");
-    const Handle process(started.hProcess);
-    const Handle thread(started.hThread);
-    childInput.reset();
-    childOutput.reset();
-    DWORD written = 0;
-    require(WriteFile(inputEnd.get(), input.data(), static_cast<DWORD>(input.size()), &written,
-                      nullptr),
-            "writing to storetool.exe");
-    inputEnd.reset();
-    std::string output = readAll(outputEnd.get());
-    WaitForSingleObject(process.get(), INFINITE);
-    DWORD exitCode = 1;
-    GetExitCodeProcess(process.get(), &exitCode);
-    if (exitCode != 0)
-        throw std::runtime_error("storetool.exe failed");
-    return output;
+    const ChildResult result =
+        runChild(L"\"" + folderOfThisProgram() + L"storetool.exe\" " + arguments, input);
+    if (result.exitCode != 0)
+        throw std::runtime_error("storetool.exe failed: " + result.errors);
+    return result.output;
 }
 
 std::wstring storeArgument(const std::wstring& name) {
