@@ -16,9 +16,9 @@ inline TmpBuffer<wchar_t> hexEncode(BufferRange<unsigned char> bytes) {
     static constexpr char digits[] = "0123456789ABCDEF";
     TmpBuffer<wchar_t> text(bytes.size() * 2);
     wchar_t* out = text.data();
-    for (const unsigned char byte : bytes) {
-        *out++ = static_cast<wchar_t>(digits[byte >> 4]);
-        *out++ = static_cast<wchar_t>(digits[byte & 0x0F]);
+    for (const unsigned char octet : bytes) {
+        *out++ = static_cast<wchar_t>(digits[octet >> 4]);
+        *out++ = static_cast<wchar_t>(digits[octet & 0x0F]);
     }
     return text;
 }

@@ -88,7 +88,7 @@ public:
 
 private:
     static constexpr std::size_t maxElements =
-        (static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) - sizeof(Header)) /
+        (static_cast<std::size_t>((std::numeric_limits<std::ptrdiff_t>::max)()) - sizeof(Header)) /
             sizeof(T) -
         1;
 
@@ -171,7 +171,7 @@ public:
     /// Appends `count` elements, which may lie in this buffer itself.
     /// \throws std::bad_alloc; the buffer is unchanged then
     void append(const T* elements, std::size_t count) {
-        if (count > std::numeric_limits<std::size_t>::max() - size())
+        if (count > (std::numeric_limits<std::size_t>::max)() - size())
             throw std::bad_array_new_length();
         const std::size_t oldSize = size();
         const bool ownElements = ownsAddress(elements);
