@@ -304,7 +304,8 @@ TEST(BufferText, ThatIsWideIsPolymorphicAndFreedThroughItsBase) {
     {
         std::unique_ptr<buffer::BufferRoot<wchar_t>> text =
             std::make_unique<Buffer<wchar_t>>(L"long enough for a block of its own");
-        EXPECT_TRUE(typeid(*text) == typeid(Buffer<wchar_t>));
+        const buffer::BufferRoot<wchar_t>& base = *text;
+        EXPECT_TRUE(typeid(base) == typeid(Buffer<wchar_t>));
     }
     EXPECT_EQ(count.allocations(), 2u);
     EXPECT_EQ(count.releases(), 2u);

@@ -93,6 +93,12 @@ bool hasOnlyBase() {
 #endif
 }
 
+/// Whether the event's most-derived type is `Type`.
+template <class Type>
+bool isOfType(const GenericEvent& event) {
+    return typeid(event) == typeid(Type);
+}
+
 GenericEvent foreignEvent() {
     GenericEvent event("NameOfTheSource", L"src\\source.cpp", 12, 34);
     event.setParent(GenericEvent("Cause", L"src\\cause.cpp", 56, 0)).setParam(L"KEY", L"value");
@@ -163,7 +169,7 @@ TYPED_TEST(EventClass, ClonesItsOwnType) {
     const GenericEvent& base = event;
     const std::unique_ptr<GenericEvent> clone = base.clone();
     ASSERT_NE(clone.get(), &base);
-    EXPECT_TRUE(typeid(*clone) == typeid(typename TypeParam::Event));
+    EXPECT_TRUE(isOfType<typename TypeParam::Event>(*clone));
     EXPECT_TRUE(clone->equal(event));
 }
 
@@ -175,7 +181,7 @@ TYPED_TEST(EventClass, RaisesItsOwnTypeThroughAReferenceToTheEventClass) {
         base.raise();
     } catch (const Event& raised) {
         EXPECT_NE(&raised, &event);
-        EXPECT_TRUE(typeid(raised) == typeid(Event));
+        EXPECT_TRUE(isOfType<Event>(raised));
         EXPECT_TRUE(raised.equal(event));
     }
 }
@@ -204,12 +210,12 @@ TYPED_TEST(FamilyClass, IsMadeFromAnEventOrItsLikeOnly) {
 TYPED_TEST(FamilyClass, ClonesAndRaisesItsOwnType) {
     const TypeParam event(foreignEvent());
     const std::unique_ptr<GenericEvent> clone = event.clone();
-    EXPECT_TRUE(typeid(*clone) == typeid(TypeParam));
+    EXPECT_TRUE(isOfType<TypeParam>(*clone));
     EXPECT_TRUE(clone->equal(event));
     try {
         clone->raise();
     } catch (const TypeParam& raised) {
-        EXPECT_TRUE(typeid(raised) == typeid(TypeParam));
+        EXPECT_TRUE(isOfType<TypeParam>(raised));
         EXPECT_TRUE(raised.equal(event));
     }
 }

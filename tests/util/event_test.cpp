@@ -51,6 +51,12 @@ std::vector<std::wstring> keysAndValues(const GenericEvent& event) {
     return result;
 }
 
+/// Whether the event's most-derived type is `Type`.
+template <class Type>
+bool isOfType(const GenericEvent& event) {
+    return typeid(event) == typeid(Type);
+}
+
 using Texts = std::vector<std::wstring>;
 
 static_assert(std::is_same_v<decltype(std::declval<GenericEvent>().what()), const char*>);
@@ -136,7 +142,7 @@ TEST(EventParent, IsACopyWithTheCausesTypeAndContents) {
         cause.setParam(L"LATER", L"unseen");
     }
     ASSERT_NE(event.parent(), nullptr);
-    EXPECT_TRUE(typeid(*event.parent()) == typeid(TrialError_First));
+    EXPECT_TRUE(isOfType<TrialError_First>(*event.parent()));
     EXPECT_EQ(keysAndValues(*event.parent()), (Texts{L"KEY", L"value"}));
     EXPECT_THROW(event.parent()->raise(), TrialError_First);
 }
@@ -147,7 +153,7 @@ TEST(EventParent, MayHaveAParentItself) {
     GenericEvent event = plainEvent();
     event.setParent(middle);
     ASSERT_NE(event.parent()->parent(), nullptr);
-    EXPECT_TRUE(typeid(*event.parent()->parent()) == typeid(TrialError_First));
+    EXPECT_TRUE(isOfType<TrialError_First>(*event.parent()->parent()));
     EXPECT_EQ(event.parent()->parent()->line(), 1);
 }
 
@@ -155,7 +161,7 @@ TEST(EventParent, SetAgainReplacesTheOneBefore) {
     GenericEvent event = plainEvent();
     event.setParent(TrialError_First(L"src\\a.cpp", 1))
         .setParent(TrialError_Second(L"src\\b.cpp", 2));
-    EXPECT_TRUE(typeid(*event.parent()) == typeid(TrialError_Second));
+    EXPECT_TRUE(isOfType<TrialError_Second>(*event.parent()));
     EXPECT_EQ(event.parent()->parent(), nullptr);
 }
 
@@ -180,7 +186,7 @@ TEST(EventCopy, HasEverythingAndOwnsItsParent) {
     EXPECT_EQ(keysAndValues(copy), keysAndValues(event));
     ASSERT_NE(copy.parent(), nullptr);
     EXPECT_NE(copy.parent(), event.parent());
-    EXPECT_TRUE(typeid(*copy.parent()) == typeid(TrialError_First));
+    EXPECT_TRUE(isOfType<TrialError_First>(*copy.parent()));
 }
 
 TEST(EventCopy, OutlivesItsSourceAndIsIndependentOfIt) {
@@ -219,12 +225,12 @@ TEST(EventCopy, MadeByAThrowHasEverything) {
 TEST(EventCopy, ByCloneAndRaiseIsOfTheEventClassForAPlainEvent) {
     const GenericEvent event = fullEvent();
     const auto clone = event.clone();
-    EXPECT_TRUE(typeid(*clone) == typeid(GenericEvent));
+    EXPECT_TRUE(isOfType<GenericEvent>(*clone));
     EXPECT_TRUE(clone->equal(event));
     try {
         event.raise();
     } catch (const GenericEvent& raised) {
-        EXPECT_TRUE(typeid(raised) == typeid(GenericEvent));
+        EXPECT_TRUE(isOfType<GenericEvent>(raised));
         EXPECT_TRUE(raised.equal(event));
     }
 }
@@ -382,7 +388,7 @@ TEST(MakeEvent, KeepsTheCauseAsParent) {
     const BufferError_InvalidEncodingUnit cause(L"util\\include\\bufcodecs.h", 5);
     const auto event = makeEvent<TrialError_First>(sourceFile, cause, {{L"FIELD_NAME", L"serial"}});
     ASSERT_NE(event.parent(), nullptr);
-    EXPECT_TRUE(typeid(*event.parent()) == typeid(cause));
+    EXPECT_TRUE(isOfType<BufferError_InvalidEncodingUnit>(*event.parent()));
     EXPECT_TRUE(event.parent()->equal(cause));
     EXPECT_EQ(keysAndValues(event), (Texts{L"FIELD_NAME", L"serial"}));
     EXPECT_EQ(makeEvent<TrialError_First>(sourceFile, cause).params().size(), 0u);
@@ -425,7 +431,7 @@ using AnyFunction = void (*)();
 
 const AnyFunction* tableOf(const GenericEvent& event) {
     const AnyFunction* table = nullptr;
-    std::memcpy(&table, &event, sizeof(table));
+    std::memcpy(&table, static_cast<const void*>(&event), sizeof(table));
     return table;
 }
 
