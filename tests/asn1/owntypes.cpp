@@ -1,0 +1,50 @@
+// Types that a program could add to those of a certificate.
+#include "owntypes.h"
+
+#include "asn1type.h"
+
+namespace asn1_test {
+
+constinit const asn1::Type OfUnknownClass::asn1Type{"OfUnknownClass",
+                                                    static_cast<asn1::TypeClass>(99), 0x05};
+const asn1::Type& OfUnknownClass::type() const noexcept {
+    return asn1Type;
+}
+
+static constexpr asn1::Member holdingUnknownClassMembers[] = {
+    asn1::member<&HoldingUnknownClass::number>("number"),
+    asn1::member<&HoldingUnknownClass::unknown>("unknown"),
+};
+constinit const asn1::Type HoldingUnknownClass::asn1Type =
+    asn1::sequence("HoldingUnknownClass", holdingUnknownClassMembers);
+const asn1::Type& HoldingUnknownClass::type() const noexcept {
+    return asn1Type;
+}
+
+constinit const asn1::Type Nested::asn1Type = asn1::sequenceOf("Nested", Nested::asn1Type);
+const asn1::Type& Nested::type() const noexcept {
+    return asn1Type;
+}
+
+static constexpr asn1::Member taggedChoiceAlternatives[] = {
+    asn1::member<&TaggedChoice::number>("number").explicitly(0),
+    asn1::member<&TaggedChoice::flag>("flag").implicitly(1),
+    asn1::member<&TaggedChoice::text>("text"),
+};
+constinit const asn1::Type TaggedChoice::asn1Type =
+    asn1::choice("TaggedChoice", taggedChoiceAlternatives);
+const asn1::Type& TaggedChoice::type() const noexcept {
+    return asn1Type;
+}
+
+static constexpr asn1::Member holdingChoiceMembers[] = {
+    asn1::member<&HoldingChoice::inner>("inner").explicitly(5),
+    asn1::member<&HoldingChoice::rest>("rest"),
+};
+constinit const asn1::Type HoldingChoice::asn1Type =
+    asn1::sequence("HoldingChoice", holdingChoiceMembers);
+const asn1::Type& HoldingChoice::type() const noexcept {
+    return asn1Type;
+}
+
+} // namespace asn1_test

@@ -1,0 +1,54 @@
+// Types that a program could add to those of a certificate.
+#pragma once
+
+#include "certificate.h"
+#include "sequenceof.h"
+
+namespace asn1_test {
+
+/// A value whose type is of no class that there is.
+class OfUnknownClass : public asn1::Asn1 {
+public:
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// A SEQUENCE with such a value as its second member.
+class HoldingUnknownClass : public asn1::Sequence {
+public:
+    asn1::Integer number;
+    OfUnknownClass unknown;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// A list of lists of lists.
+class Nested : public asn1::ListOf<Nested> {
+public:
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// CHOICE { number [0] EXPLICIT INTEGER, flag [1] IMPLICIT BOOLEAN, text UTF8String }
+class TaggedChoice : public asn1::Choice {
+public:
+    asn1::Integer number;
+    asn1::Boolean flag;
+    asn1::UTF8String text;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// SEQUENCE { inner [5] EXPLICIT TaggedChoice OPTIONAL, rest ANY OPTIONAL }
+class HoldingChoice : public asn1::Sequence {
+public:
+    std::optional<TaggedChoice> inner;
+    std::optional<asn1::OpenType> rest;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+} // namespace asn1_test
