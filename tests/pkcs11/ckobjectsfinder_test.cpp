@@ -1,7 +1,7 @@
 // Searching objects and reading attributes.
 #include "ckobjectsfinder.h"
 #include "expectcryptokierror.h"
-#include "tokentest.h"
+#include "librarytest.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // Sessions and login.
 #include "cksession.h"
 #include "expectcryptokierror.h"
-#include "tokentest.h"
+#include "librarytest.h"
 
 #include <gmock/gmock.h>
 

@@ -2,7 +2,7 @@
 #include "ckslots.h"
 #include "cktoken.h"
 #include "expectcryptokierror.h"
-#include "tokentest.h"
+#include "librarytest.h"
 
 #include <gmock/gmock.h>
 

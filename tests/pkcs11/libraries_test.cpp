@@ -2,7 +2,7 @@
 #include "ckslots.h"
 #include "expectcryptokierror.h"
 #include "libraries.h"
-#include "tokentest.h"
+#include "librarytest.h"
 
 #include <gmock/gmock.h>
 
@@ -20,7 +20,7 @@ using pkcs11::Libraries;
 using pkcs11test::ScopedLibrary;
 using testing::ElementsAre;
 
-class LibrariesLoad : public pkcs11test::TokenTest {
+class LibrariesLoad : public faketoken::TokenTest {
 protected:
     // A failed load must leave nothing behind: this is looked at with the module's own eyes.
     void expectUnusable(const std::wstring& reason) {
@@ -37,7 +37,7 @@ protected:
         EXPECT_EQ(error->parent()->line(), error->line());
     }
 };
-using LibrariesUnload = pkcs11test::TokenTest;
+using LibrariesUnload = faketoken::TokenTest;
 
 TEST_F(LibrariesLoad, InitialisesTheModuleForTheSystemsLocks) {
     const ScopedLibrary library;

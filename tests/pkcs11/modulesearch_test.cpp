@@ -1,7 +1,7 @@
 // Where a module file is looked for, and where not.
 #include "expectcryptokierror.h"
 #include "libraries.h"
-#include "tokentest.h"
+#include "librarytest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,30 +1,13 @@
-// What the tests of this room share: the fake token, and that nothing of it stays behind.
+// What the tests of this room share: the fake token loaded as a caller loads it.
 #pragma once
 
 #include "libraries.h"
-#include "loadedtoken.h"
-
-#include <gtest/gtest.h>
+#include "tokentest.h"
 
 #include <memory>
 #include <string>
 
 namespace pkcs11test {
-
-/// Loads the fake token for the test to script. Afterwards no session, search or reference to the
-/// module may be left.
-class TokenTest : public testing::Test {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(token->openSessions(), 0u);
-        EXPECT_EQ(token->activeSearches(), 0u);
-        EXPECT_EQ(token->sessionsLeftAtFinalize, 0u);
-        EXPECT_FALSE(token->initialized);
-        EXPECT_FALSE(token.release()) << "the module is still loaded";
-    }
-
-    faketoken::LoadedToken token;
-};
 
 /// Loads a module through the registry for as long as it lives.
 class ScopedLibrary {
@@ -41,8 +24,8 @@ private:
     pkcs11::CkLibrary library_;
 };
 
-/// The same with the module loaded as a caller loads it.
-class LibraryTest : public TokenTest {
+/// The fake token, loaded as a caller loads it.
+class LibraryTest : public faketoken::TokenTest {
 protected:
     void SetUp() override { library = std::make_unique<ScopedLibrary>(); }
     void TearDown() override {
