@@ -121,7 +121,8 @@ std::vector<Refused> brokenFrames() {
 
 std::vector<Refused> brokenSignatures() {
     const auto refused = [](const char* what, const char* signature) {
-        return mismatchAt(what, full().signature(fromHex(signature)), fromHex(signature));
+        return mismatchAt(what, full().signature(fromHex(signature)),
+                          sha256WithRsa + fromHex(signature), sha256WithRsa.size());
     };
     const Bytes octets = octetString(fromHex("5A5B5C"));
     const Bytes longLength = withLongLength(bitString(fromHex("5A5B5C")));
@@ -252,13 +253,13 @@ std::vector<Refused> brokenNames() {
     const Bytes onlyValue = sequence({value});
     const Bytes onlyType = sequence({objectIdentifier("2.5.4.77")});
     const Bytes tooLongValue = sequence({commonName, fromHex("0C 02 41")});
-    const Bytes tooLongRdn = sequence({fromHex("31 0F") + attribute});
+    const Bytes tooLongRdn = sequence({fromHex("31 10") + attribute});
     return {
         wrongTagAt("an issuer that is a SET", full().issuer(withTag(0x31, sequence({rdn}))), "30",
                    "31", withTag(0x31, sequence({rdn}))),
         wrongTagAt("a subject that is a SET", full().subject(withTag(0x31, sequence({rdn}))), "30",
                    "31", withTag(0x31, sequence({rdn}))),
-        wrongTagAt("no subject", full().subject({}), "30", "06", rsaKey, 2),
+        wrongTagAt("no subject", full().subject({}), "31", "30", rsaKey),
         causeAt("a name of indefinite length", full().issuer(withIndefiniteLength(sequence({rdn}))),
                 indefinite, withIndefiniteLength(sequence({rdn}))),
         mismatchAt("a name's length in the long form",
