@@ -166,11 +166,21 @@ TEST_F(CertStoreHelperDeleteByCsp, DeletesADuplicateAndGoesOnFromTheCurrentConte
     CryptoApi api;
     const CERT_CONTEXT* current = nullptr;
     const CERT_CONTEXT* copy = nullptr;
+    const CERT_INFO* currentInfo = nullptr;
+    const CERT_INFO* copyInfo = nullptr;
+    // A duplicate at an address of its own tells apart who is deleted and who goes on.
     api.duplicate.onCall(1, [&](PCCERT_CONTEXT context) {
         current = context;
-        return copy = api.duplicate.original(context);
+        currentInfo = context->pCertInfo;
+        copy = CertCreateCertificateContext(X509_ASN_ENCODING, context->pbCertEncoded,
+                                            context->cbCertEncoded);
+        copyInfo = copy->pCertInfo;
+        return copy;
     });
+    api.remove.onCall(1,
+                      [](PCCERT_CONTEXT context) { return CertFreeCertificateContext(context); });
     helper.deleteCspCertificates(L"CSP", true);
+    ASSERT_NE(copy, nullptr);
     EXPECT_THAT(api.log.names(),
                 ElementsAre("CertEnumCertificatesInStore",
                             "CertGetCertificateContextProperty", // the reference
@@ -180,8 +190,8 @@ TEST_F(CertStoreHelperDeleteByCsp, DeletesADuplicateAndGoesOnFromTheCurrentConte
                             "CertCompareCertificate", "CertDeleteCertificateFromStore",
                             "CertEnumCertificatesInStore"));
     EXPECT_EQ(api.compare.argument<0>(1), 1u);
-    EXPECT_EQ(api.compare.argument<1>(1), copy->pCertInfo);
-    EXPECT_EQ(api.compare.argument<2>(1), current->pCertInfo);
+    EXPECT_EQ(api.compare.argument<1>(1), copyInfo);
+    EXPECT_EQ(api.compare.argument<2>(1), currentInfo);
     EXPECT_EQ(api.remove.argument<0>(1), copy);
     EXPECT_EQ(api.enumerate.argument<1>(2), current);
 }
