@@ -62,7 +62,8 @@ TYPED_TEST(CertificateModelError, KeepsItsClassInCopies) {
     TypeParam error(L"somewhere.cpp", 7);
     error.setParam(L"KEY", L"value");
     const std::unique_ptr<korv::GenericEvent> copy = error.clone();
-    EXPECT_TRUE(typeid(*copy.get()) == typeid(TypeParam));
+    const korv::GenericEvent& event = *copy;
+    EXPECT_TRUE(typeid(event) == typeid(TypeParam));
     EXPECT_TRUE(copy->equal(error));
     EXPECT_THROW(copy->raise(), TypeParam);
 }

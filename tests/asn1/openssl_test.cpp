@@ -181,12 +181,13 @@ TEST(OpenSsl, AcceptsChangedCertificatesThatAreAcceptedHere) {
     const Verdicts verdicts = compareChangedCertificates(good);
     EXPECT_GT(verdicts.bothAccept, 100u);
     EXPECT_GT(verdicts.bothRefuse, 100u);
-    for (const auto& [offset, changed] : verdicts.onlyWeAccept) {
-        const bool isConstructedBit = encoded(decoded<asn1::Certificate>(changed)) != changed;
+    for (const Verdicts::Change& change : verdicts.onlyWeAccept) {
+        const bool isConstructedBit =
+            encoded(decoded<asn1::Certificate>(change.certificate)) != change.certificate;
         const bool isInOpenType =
             std::any_of(std::begin(openTypes), std::end(openTypes),
-                        [&](const Bytes& value) { return isWithin(value, offset, good); });
-        EXPECT_TRUE(isConstructedBit || isInOpenType) << "octet " << offset;
+                        [&](const Bytes& value) { return isWithin(value, change.offset, good); });
+        EXPECT_TRUE(isConstructedBit || isInOpenType) << "octet " << change.offset;
     }
 }
 
