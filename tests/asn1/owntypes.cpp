@@ -47,4 +47,14 @@ const asn1::Type& HoldingChoice::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr asn1::Member holdingCertificateMembers[] = {
+    asn1::member<&HoldingCertificate::certificate>("certificate"),
+    asn1::member<&HoldingCertificate::number>("number"),
+};
+constinit const asn1::Type HoldingCertificate::asn1Type =
+    asn1::sequence("HoldingCertificate", holdingCertificateMembers);
+const asn1::Type& HoldingCertificate::type() const noexcept {
+    return asn1Type;
+}
+
 } // namespace asn1_test

@@ -51,4 +51,14 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { certificate Certificate OPTIONAL, number INTEGER }
+class HoldingCertificate : public asn1::Sequence {
+public:
+    std::optional<asn1::Certificate> certificate;
+    asn1::Integer number;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 } // namespace asn1_test

@@ -117,5 +117,34 @@ TEST(OptionalMembers, MayAllBeAbsent) {
     EXPECT_EQ(encoded(value), sequence({}));
 }
 
+TEST(CertificateAsMember, IsKeptAsItsEncoding) {
+    const Bytes inner = fullCertificate().build();
+    const Bytes encoding = sequence({inner, integer(5)});
+    const auto value = decoded<HoldingCertificate>(encoding);
+    ASSERT_TRUE(value.certificate);
+    EXPECT_EQ(encoded(*value.certificate), inner);
+    EXPECT_EQ(value.certificate->serialNumber().value(), 0x1234567);
+    EXPECT_EQ(value.number.value(), 5);
+    EXPECT_EQ(encoded(value), encoding);
+}
+
+TEST(CertificateAsMember, MayBeAbsentButNotWithoutValue) {
+    auto value = decoded<HoldingCertificate>(sequence({integer(5)}));
+    EXPECT_FALSE(value.certificate);
+    EXPECT_EQ(encoded(value), sequence({integer(5)}));
+    value.certificate.emplace();
+    EXPECT_EQ(thrownBy([&] { encoded(value); }), missingField("serialNumber", "Certificate"));
+}
+
+TEST(CertificateAsMember, IsCheckedWithItsOwner) {
+    HoldingCertificate value;
+    const Bytes v1 = fullCertificate().version(explicitly(0, integer(0))).build();
+    const Bytes encoding = sequence({v1, integer(5)});
+    EXPECT_EQ(thrownBy([&] { decode(encoding, value); }),
+              decodeError("DefaultValuePresentInDEREncoding",
+                          offsetOf(explicitly(0, integer(0)), encoding)));
+    EXPECT_FALSE(value.certificate);
+}
+
 } // namespace
 } // namespace asn1_test
