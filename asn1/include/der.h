@@ -14,7 +14,8 @@ namespace der {
 
 /// Decodes `input`, which must be the DER encoding of one value and nothing else. Tags match
 /// whatever their constructed bit; what is accepted encodes to the same bytes but for that bit.
-/// Extension values and open types are not looked into.
+/// Extension values and open types are not looked into. Values that nest more than 32 deep, which
+/// only types that contain themselves allow, do not match.
 ///
 /// Decoding checks everything in one pass, then keeps one copy of the bytes, in one allocation.
 /// \throws QuorError_Asn1_Decode with "CAUSE" = "UndefinedLengthPresentInDerEncoding",
