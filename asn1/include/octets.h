@@ -50,6 +50,19 @@ public:
         return size_ == bytes_.size() ? bytes_ : Buffer<unsigned char>(range().begin(), size_);
     }
 
+    /// Adds bytes at the end, without copying those before them if nobody else uses them. Null
+    /// becomes the bytes alone. \throws std::bad_alloc; nothing has changed then
+    void append(BufferRange<unsigned char> more) {
+        if (size_ != bytes_.size()) {
+            Octets whole(toBuffer());
+            whole.append(more);
+            *this = std::move(whole);
+            return;
+        }
+        bytes_.append(more.begin(), more.size());
+        size_ = bytes_.size();
+    }
+
 private:
     Buffer<unsigned char> bytes_;
     std::size_t offset_ = 0; // an offset, not a pointer: short contents move with the buffer

@@ -40,9 +40,7 @@ void List::readItem(BufferRange<unsigned char> encoding, Asn1& item) const {
 }
 
 void List::appendItem(const Asn1& item) {
-    Buffer<unsigned char> items = contents_.toBuffer();
-    items.append(aux::encodeDer(item, false));
-    contents_ = Octets(std::move(items));
+    contents_.append(aux::encodeDer(item, false));
 }
 
 void List::makeEmpty() {
