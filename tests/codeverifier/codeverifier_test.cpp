@@ -4,6 +4,7 @@
 #include "certstoreupdatererror.h"
 #include "runningonwine.h"
 #include "signedfiles.h"
+#include "temporaryfolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,6 +26,7 @@ using pkcs11::certstoreupdater::CertStoreUpdaterError_InvalidFileSignature;
 using pkcs11::certstoreupdater::CodeVerifier;
 using signedfiles::folder;
 using testsupport::runningOnWine;
+using testsupport::TemporaryFolder;
 
 [[maybe_unused]] const auto* const authority =
     ::testing::AddGlobalTestEnvironment(new signedfiles::TrustedAuthority);
@@ -56,26 +58,6 @@ bool isClosed(const std::filesystem::path& path) {
     CloseHandle(file);
     return true;
 }
-
-/// A folder for a test's own files, removed with all its contents afterwards.
-class TemporaryFolder {
-public:
-    explicit TemporaryFolder(const std::filesystem::path& name)
-        : path_(std::filesystem::temp_directory_path() / name) {
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 /// What can carry a signature: a program, a cabinet, an installer.
 class CodeVerifierOnFileType : public ::testing::TestWithParam<const char*> {

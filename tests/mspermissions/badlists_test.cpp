@@ -25,11 +25,11 @@ using descriptors::maskAndSid;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
 using mspermissions_test::SecurityHook;
-using mspermissions_test::TemporaryFolder;
 using mspermissions_test::Thrown;
 using mspermissions_test::thrownBy;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testsupport::TemporaryFolder;
 
 const Bytes newEntry = entry(ACCESS_ALLOWED_ACE_TYPE, 3, maskAndSid(0x80000000, anyPackage));
 const Bytes everyoneMayRead = entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(1, everyone));

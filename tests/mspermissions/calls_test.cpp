@@ -22,11 +22,11 @@ using descriptors::Bytes;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
 using mspermissions_test::SecurityHook;
-using mspermissions_test::TemporaryFolder;
 using mspermissions_test::thrownBy;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testsupport::TemporaryFolder;
 
 /// A file with two entries, neither of them for the packages.
 class PermissionCalls : public ::testing::Test {

@@ -26,7 +26,7 @@ public:
             path_ = programFolder() / "linktree";
             return;
         }
-        temporary_.emplace("mspermissions_test_links");
+        temporary_.emplace();
         path_ = temporary_->path();
         temporary_->makeFile("root/inside/deep/deeper.txt");
         temporary_->makeFile("target/target.txt");
@@ -70,7 +70,7 @@ private:
             complete_ = false;
     }
 
-    std::optional<TemporaryFolder> temporary_;
+    std::optional<testsupport::TemporaryFolder> temporary_;
     std::filesystem::path path_;
     bool complete_ = true;
 };

@@ -21,11 +21,11 @@ namespace {
 using descriptors::canonical;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
-using mspermissions_test::TemporaryFolder;
 using mspermissions_test::Thrown;
 using mspermissions_test::thrownBy;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testsupport::TemporaryFolder;
 
 static_assert(!std::is_copy_constructible_v<SecurityDescriptorDacl> &&
               !std::is_copy_assignable_v<SecurityDescriptorDacl>);
@@ -160,6 +160,19 @@ TEST_F(AddPermissions, RefusesAFileWithoutADacl) {
     EXPECT_EQ(security.descriptor(file), none);
 }
 
+TEST_F(AddPermissions, RefusesAListThatIsNotMarkedAsPresent) {
+    security.setDacl(file, L"D:(A;;FA;;;WD)");
+    mspermissions_test::SecurityHook<decltype(GetSecurityDescriptorDacl)> getDacl(
+        "GetSecurityDescriptorDacl");
+    getDacl.onCall(1, [&](auto descriptor, auto present, auto... others) {
+        const BOOL done = getDacl.original(descriptor, present, others...);
+        *present = FALSE;
+        return done;
+    });
+    EXPECT_EQ(thrownBy([&] { addPermissions(file); }), noDacl);
+    EXPECT_THAT(security.writes(), IsEmpty());
+}
+
 TEST_F(AddPermissions, ReportsAFileThatIsNotThere) {
     EXPECT_EQ(thrownBy([&] { addPermissions(folder.path() / "missing.txt"); }),
               failureOf(L"GetFileSecurity", ERROR_FILE_NOT_FOUND));
@@ -270,7 +283,8 @@ private:
 };
 
 TEST(PermissionsOnRealCalls, AreAddedOnceInFrontOfTheOthers) {
-    const std::wstring name = L"\\\\.\\pipe\\certstoreupdater-mspermissions-test";
+    const std::wstring name =
+        L"\\\\.\\pipe\\certstoreupdater test " + std::to_wstring(GetCurrentProcessId());
     const NamedPipe pipe(name, L"D:(D;;0x100;;;BG)(A;;FA;;;WD)");
     ASSERT_TRUE(pipe.isOpen());
     const std::wstring granted =

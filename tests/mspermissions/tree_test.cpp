@@ -27,7 +27,6 @@ using mspermissions_test::FileSecurity;
 using mspermissions_test::library;
 using mspermissions_test::LinkTree;
 using mspermissions_test::SecurityHook;
-using mspermissions_test::TemporaryFolder;
 using mspermissions_test::thrownBy;
 using std::filesystem::path;
 using testing::Each;
@@ -36,6 +35,7 @@ using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
+using testsupport::TemporaryFolder;
 
 const std::wstring plain = L"D:(A;;FA;;;WD)";
 const std::wstring granted = L"D:(A;OICI;FR;;;S-1-15-2-1)(A;;FA;;;WD)";
@@ -75,13 +75,13 @@ protected:
         MSPermissionsUtils::addPermissionsRecursive(start.c_str(), sid);
     }
     path makeFile(const path& name) {
-        const path file = folder.makeFile(name).make_preferred();
+        const path file = folder.makeFile(name);
         for (path at = file; at != folder.path(); at = at.parent_path())
             security.setDacl(at, plain);
         return file;
     }
     path makeFolder(const path& name) {
-        const path made = folder.makeFolder(name).make_preferred();
+        const path made = folder.makeFolder(name);
         security.setDacl(made, plain);
         return made;
     }
@@ -169,7 +169,7 @@ TEST_F(PermissionTree, MayHaveNamesOutsideAscii) {
 
 TEST_F(PermissionTree, MayHaveLongPathsInTheFormThatWindowsTakes) {
     const std::wstring longName(120, L'n');
-    std::wstring deepest = L"\\\\?\\" + path(folder.path()).make_preferred().native();
+    std::wstring deepest = L"\\\\?\\" + folder.path().native();
     std::vector<std::wstring> made;
     for (int level = 0; level != 4; ++level) {
         deepest += L"\\" + longName;

@@ -1,16 +1,24 @@
 // A folder for a test's own files.
 #pragma once
 
+#include <windows.h>
+
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <system_error>
 
-namespace mspermissions_test {
+namespace testsupport {
 
-/// Made empty in the system's folder for temporary files, and removed with all that is in it.
+/// Made empty in the system's folder for temporary files, with a name that no other process uses,
+/// and removed with all that is in it.
 class TemporaryFolder {
 public:
-    explicit TemporaryFolder(const std::filesystem::path& name = "mspermissions_test")
+    /// \param name what the folder's name begins with
+    explicit TemporaryFolder(const std::filesystem::path& name = "certstoreupdater test")
         : path_(std::filesystem::temp_directory_path() / name) {
+        path_ += " " + std::to_string(GetCurrentProcessId());
+        path_.make_preferred();
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
@@ -25,13 +33,13 @@ public:
 
     /// A file in the folder, with its folders. `name` is relative.
     std::filesystem::path makeFile(const std::filesystem::path& name) const {
-        const std::filesystem::path file = path_ / name;
+        const std::filesystem::path file = (path_ / name).make_preferred();
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file) << "contents\n";
         return file;
     }
     std::filesystem::path makeFolder(const std::filesystem::path& name) const {
-        const std::filesystem::path folder = path_ / name;
+        const std::filesystem::path folder = (path_ / name).make_preferred();
         std::filesystem::create_directories(folder);
         return folder;
     }
@@ -40,4 +48,4 @@ private:
     std::filesystem::path path_;
 };
 
-} // namespace mspermissions_test
+} // namespace testsupport
