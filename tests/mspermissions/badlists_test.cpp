@@ -223,6 +223,13 @@ Bytes withListSize(Bytes descriptor, WORD size) {
     return descriptor;
 }
 
+/// A list of two entries whose second ends before its length.
+Bytes listEndingInAHeader() {
+    Bytes list = descriptors::acl(ACL_REVISION, {everyoneMayRead}, 8 + everyoneMayRead.size() + 2);
+    list[offsetof(ACL, AceCount)] = 2;
+    return descriptors::descriptorWith(list);
+}
+
 class WrongList : public UnusualList, public ::testing::WithParamInterface<WrongDescriptor> {};
 
 INSTANTIATE_TEST_SUITE_P(
@@ -233,6 +240,9 @@ INSTANTIATE_TEST_SUITE_P(
                         {L"GetAclInformation", L"GetAce"}},
         WrongDescriptor{"LastEntryOfTheGreatestLength",
                         listOf({everyoneMayRead, withSizeField(everyoneMayRead, 0xFFFF)}),
+                        {L"GetAclInformation", L"GetAce"}},
+        WrongDescriptor{"LastEntryShorterThanItsHeader",
+                        listEndingInAHeader(),
                         {L"GetAclInformation", L"GetAce"}},
         WrongDescriptor{"EntryOfLengthZero",
                         listOf({withSizeField(everyoneMayRead, 0), everyoneMayRead}),
