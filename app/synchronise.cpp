@@ -3,6 +3,7 @@
 
 #include "plan.h"
 
+#include <map>
 #include <set>
 
 namespace updater {
@@ -26,6 +27,8 @@ public:
             if (wanted_.isChosen(container, item.certificate) && !settle(container, item))
                 unsettled_.insert(container);
         removeStale();
+        for (const auto& [container, item] : successors_)
+            lookBehind(container, *item);
     }
 
 private:
@@ -59,11 +62,20 @@ private:
             observe_({Kind::unusable, container, item.certificate, failure});
             return false;
         }
-        if (registry_.isInStep(container, item.certificate))
+        if (registry_.isInStep(container, item.certificate)) {
+            if (hasPredecessor(container))
+                successors_.emplace(container, &item);
             return tell(done, container, item.certificate);
+        }
         const bool somebodyWasFaster = registry_.isPresent(item.certificate);
         return tell(somebodyWasFaster ? Kind::notOurs : Kind::addRefused, container,
                     item.certificate);
+    }
+
+    bool hasPredecessor(const Buffer<wchar_t>& container) {
+        const auto listed = before_.find(container);
+        return listed != before_.end() &&
+               isStale(container, listed->second.certificate, wanted_, registry_);
     }
 
     void removeStale() {
@@ -72,9 +84,43 @@ private:
         for (int pass = 0; pass != maxPasses; ++pass)
             if (!removeOf(registry_.list()))
                 return;
+        giveUp();
+    }
+
+    [[noreturn]] static void giveUp() {
         throw Failure(ExitCode::incomplete,
                       L"new entries keep appearing for the CSP; see that nothing else changes the "
                       L"store, then try again");
+    }
+
+    /// The listing shows one entry of a container, and which one is up to the store. So what an
+    /// interrupted run left behind may be hidden by the successor, and is seen only while that is
+    /// taken out for a moment.
+    void lookBehind(const Buffer<wchar_t>& container, const CertItem& item) {
+        for (int pass = 0; pass != maxPasses; ++pass) {
+            registry_.remove(item.certificate);
+            if (registry_.isPresent(item.certificate))
+                return;
+            const CertMap behind = registry_.list();
+            if (!putBack(container, item))
+                return;
+            const auto hidden = behind.find(container);
+            if (hidden == behind.end() || !mayRemove(container, hidden->second.certificate) ||
+                !remove(container, hidden->second.certificate))
+                return;
+        }
+        giveUp();
+    }
+
+    /// A fault that passes must not cost a registration that was there a moment ago.
+    bool putBack(const Buffer<wchar_t>& container, const CertItem& item) {
+        try {
+            registry_.add(container, item);
+        } catch (const Failure&) {
+            registry_.add(container, item);
+        }
+        return registry_.isInStep(container, item.certificate) ||
+               tell(Kind::addRefused, container, item.certificate);
     }
 
     /// Whether something was removed, so that what it hid may be listed now.
@@ -110,6 +156,8 @@ private:
     const SyncObserver& observe_;
     Wanted wanted_;
     CertMap before_;
+    /// What was added to containers for which there was something registered before.
+    std::map<Buffer<wchar_t>, const CertItem*> successors_;
     /// Containers whose entries stay: without a successor in step, or kept by the store.
     std::set<Buffer<wchar_t>> unsettled_;
 };

@@ -35,6 +35,9 @@ using SyncObserver = std::function<void(const SyncEvent&)>;
 /// successor is in step. Nothing is written if nothing differs. Each change is looked up again,
 /// since the store may refuse silently.
 ///
+/// Where a certificate is replaced, its predecessors go even if the listing hides them: the
+/// successor is then taken out of the store for a moment.
+///
 /// A malformed certificate is told to the observer and left out. Any other failure ends it; what
 /// was done until then stays done.
 /// \param observe told of every change and every problem at once

@@ -1,0 +1,285 @@
+// The commands, run as a person runs them, on a scripted token.
+#include "updatertest.h"
+
+namespace updater {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
+class Sync : public UpdaterTest {};
+class Status : public UpdaterTest {};
+class List : public UpdaterTest {};
+class Clean : public UpdaterTest {};
+
+TEST_F(Sync, RegistersWhatHasAKeyOnTheToken) {
+    certificateWithKey(numbered(1), "01A2FF", "Anna%20\xC3\xA4");
+    certificateWithKey(numbered(2), "02");
+    certificate(numbered(3), "03", "other");
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(testsupport::readStoreInOtherProcess(store.name()),
+                UnorderedElementsAre(registered(numbered(1), L"CKAIDHEX:01A2FF", L"Anna \u00E4"),
+                                     registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
+}
+
+TEST_F(Sync, TellsEachChange) {
+    certificateWithKey(numbered(1), "01");
+    store.add(registered(numbered(2), L"CKAIDHEX:02", L"gone"));
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, StartsWith("added        CKAIDHEX:01  CN=Holder 1, "));
+    EXPECT_THAT(outcome.output, HasSubstr("\nremoved      CKAIDHEX:02  CN=Holder 2, "));
+}
+
+TEST_F(Sync, HasNothingToDoTheSecondTime) {
+    certificateWithKey(numbered(1), "01");
+    run(L"sync");
+    const auto before = store.entries();
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_EQ(outcome.output, "nothing to do: the store is in step with the token\n");
+    EXPECT_EQ(store.entries(), before);
+}
+
+TEST_F(Sync, RemovesWhatIsNoLongerOnTheToken) {
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"one"));
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), IsEmpty());
+}
+
+TEST_F(Sync, ReplacesAllPredecessorsOfAChangedCertificate) {
+    certificateWithKey(numbered(9), "01");
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"old"));
+    store.add(registered(numbered(2), L"CKAIDHEX:01", L"older"));
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(9), L"CKAIDHEX:01", L"Holder 9")));
+}
+
+TEST_F(Sync, LeavesEntriesAloneThatItDidNotRegister) {
+    StoreEntry foreign = registered(numbered(5), L"CKAIDHEX:05", L"foreign");
+    foreign.korvaneCspRef.reset();
+    StoreEntry ofOtherCsp = registered(numbered(6), L"CKAIDHEX:06", L"other CSP");
+    ofOtherCsp.keyProvInfo->provider = L"Other CSP";
+    ofOtherCsp.korvaneCspRef = record("CKAIDHEX:06", "Other CSP");
+    const std::vector<StoreEntry> others{bare(numbered(4)), foreign, ofOtherCsp};
+    for (const StoreEntry& entry : others)
+        store.add(entry);
+    certificateWithKey(numbered(1), "01");
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    emptyToken();
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), testing::UnorderedElementsAreArray(others));
+}
+
+TEST_F(Sync, SaysThatAnEntryIsInTheWayThatIsNotOurs) {
+    store.add(bare(numbered(1)));
+    certificateWithKey(numbered(1), "01");
+    certificateWithKey(numbered(2), "02");
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome, EndsWithCode(11, AllOf(HasSubstr("CN=Holder 1"), HasSubstr("left alone"),
+                                                HasSubstr("CKAIDHEX:01"))));
+    EXPECT_THAT(outcome.output, StartsWith("added        CKAIDHEX:02"));
+    EXPECT_THAT(store.entries(),
+                UnorderedElementsAre(bare(numbered(1)),
+                                     registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
+}
+
+TEST_F(Sync, BindsAnewWhatIsRegisteredForAnotherContainer) {
+    store.add(registered(numbered(1), L"CKAIDHEX:07", L"name"));
+    certificateWithKey(numbered(1), "01", "name");
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, StartsWith("bound anew   CKAIDHEX:01"));
+    EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"name")));
+}
+
+TEST_F(Sync, TakesBackACertificateThatItCannotRegisterWholly) {
+    using namespace testsupport;
+    const Bytes malformed = CertBuilder().extensions({extension("2.5.29.15", integer(1))}).build();
+    certificateWithKey(malformed, "01");
+    certificateWithKey(numbered(2), "02");
+    EXPECT_THAT(run(L"sync"),
+                EndsWithCode(6, AllOf(HasSubstr("CKAIDHEX:01"), HasSubstr("malformed"),
+                                      HasSubstr("(QuorError_Asn1_Decode: "))));
+    EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
+}
+
+TEST_F(Sync, ShowsNothingThatCouldSteerATerminal) {
+    using namespace testsupport;
+    certificateWithKey(CertBuilder().names("Eve\x1B[2J\nadded", "Issuer").build(), "01");
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome.output, HasSubstr("Eve\xEF\xBF\xBD[2J"));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("\nadded ")));
+}
+
+TEST_F(Status, SetsTokenAndStoreSideBySide) {
+    certificateWithKey(numbered(1), "01", "first");
+    certificateWithKey(numbered(2), "02");
+    certificateWithKey(numbered(3), "03");
+    certificateWithKey(numbered(4), "04");
+    certificate(numbered(5), "05");
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"first"));
+    store.add(registered(numbered(13), L"CKAIDHEX:03", L"old"));
+    store.add(bare(numbered(4)));
+    store.add(registered(numbered(6), L"CKAIDHEX:06", L"gone"));
+    const auto before = store.entries();
+
+    const Outcome outcome = run(L"status");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output,
+                HasLine("in step +CKAIDHEX:01 +with key +first +CN=Holder 1, [^ ]+ to "
+                        "[^ ]+ +the same"));
+    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:02 +with key +CN=Holder 2, .* -"));
+    EXPECT_THAT(outcome.output, HasLine("changed +CKAIDHEX:03 +with key +CN=Holder 3, .* "
+                                        "CN=Holder 13, .*"));
+    EXPECT_THAT(outcome.output, HasLine("not ours +CKAIDHEX:04 +with key +CN=Holder 4, .*"));
+    EXPECT_THAT(outcome.output, HasLine("token only +CKAIDHEX:05 +other +CN=Holder 5, .*"));
+    EXPECT_THAT(outcome.output, HasLine("stale +CKAIDHEX:06 +- +- +- +CN=Holder 6, .*"));
+    EXPECT_EQ(store.entries(), before);
+}
+
+TEST_F(Status, TellsTheClassesApart) {
+    using namespace testsupport;
+    certificateWithKey(CertBuilder().names("Self", "Self").build(), "01");
+    certificateWithKey(
+        CertBuilder().names("Authority", "Issuer").extensions({basicConstraints(true)}).build(),
+        "02");
+    certificate(CertBuilder().names("Root", "Root").build(), "03");
+    const Outcome outcome = run(L"status");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:01 +self-signed +CN=Self, .*"));
+    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:02 +CA +CN=Authority, .*"));
+    EXPECT_THAT(outcome.output, HasLine("token only +CKAIDHEX:03 +self-signed +CN=Root, .*"));
+}
+
+TEST_F(Status, SaysThatThereIsNothing) {
+    const Outcome outcome = run(L"status");
+    EXPECT_THAT(outcome, EndsWithCode(0, HasSubstr("there is no certificate")));
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(List, TellsOursFromOthers) {
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"one"));
+    StoreEntry foreign = registered(numbered(2), L"CKAIDHEX:02", L"two");
+    foreign.korvaneCspRef.reset();
+    store.add(foreign);
+    store.add(bare(numbered(3)));
+    const Outcome outcome = run(L"list");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, HasLine("CKAIDHEX:01 +ours +.* CN=Holder 1"));
+    EXPECT_THAT(outcome.output, HasLine("CKAIDHEX:02 +not ours +.* CN=Holder 2"));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("Holder 3")));
+}
+
+TEST_F(List, SaysThatNothingIsRegistered) {
+    const Outcome outcome = run(L"list");
+    EXPECT_THAT(outcome, EndsWithCode(0, HasSubstr("nothing is registered")));
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(Clean, RemovesWhatIsOursAndNothingElse) {
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"one"));
+    store.add(registered(numbered(2), L"CKAIDHEX:02", L"two"));
+    store.add(registered(numbered(12), L"CKAIDHEX:02", L"hidden"));
+    StoreEntry foreign = registered(numbered(3), L"CKAIDHEX:03", L"three");
+    foreign.korvaneCspRef.reset();
+    store.add(foreign);
+    store.add(bare(numbered(4)));
+    const Outcome outcome = run(L"clean");
+    EXPECT_THAT(outcome, EndsWithCode(0, HasSubstr("entries for 1 container stay")));
+    EXPECT_EQ(outcome.output, "removed what was registered for 2 containers\n");
+    EXPECT_THAT(store.entries(), UnorderedElementsAre(foreign, bare(numbered(4))));
+}
+
+TEST_F(Clean, SaysThatThereWasNothing) {
+    const Outcome outcome = run(L"clean");
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_EQ(outcome.output, "nothing was removed\n");
+}
+
+TEST_F(Clean, EndsAtARecordThatIsNotUtf8) {
+    StoreEntry broken = registered(numbered(1), L"CKAIDHEX:01", L"one");
+    broken.korvaneCspRef = testsupport::fromHex("41 FF 0A");
+    store.add(broken);
+    EXPECT_THAT(run(L"clean"),
+                EndsWithCode(7, AllOf(HasSubstr("not UTF-8"),
+                                      HasSubstr("BufferError_InvalidEncodingUnit"))));
+    EXPECT_THAT(store.entries(), ElementsAre(broken));
+}
+
+TEST_F(Sync, EndsAtARecordThatIsNotUtf8) {
+    StoreEntry broken = bare(numbered(1));
+    broken.korvaneCspRef = testsupport::fromHex("C3");
+    store.add(broken);
+    certificateWithKey(numbered(2), "02");
+    EXPECT_THAT(run(L"sync"), EndsWithCode(7, HasSubstr("not UTF-8")));
+    EXPECT_THAT(store.entries(), ElementsAre(broken));
+}
+
+TEST_F(Sync, DoesNotTakeARecordWithoutASecondLineForItsOwn) {
+    StoreEntry oneLine = bare(numbered(1));
+    oneLine.korvaneCspRef = testsupport::fromText("CKAIDHEX:01\n");
+    StoreEntry empty = bare(numbered(2));
+    empty.korvaneCspRef = Bytes{};
+    store.add(oneLine);
+    certificateWithKey(numbered(1), "01");
+    EXPECT_THAT(run(L"sync"), EndsWithCode(11, HasSubstr("left alone")));
+    EXPECT_THAT(store.entries(), ElementsAre(oneLine));
+}
+
+class Program : public UpdaterTest {};
+
+TEST_F(Program, HelpsOnStandardOutput) {
+    const Outcome outcome = runWith({L"--help"});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, HasSubstr("Exit codes:"));
+}
+
+TEST_F(Program, ComplainsOnStandardError) {
+    const Outcome outcome = runWith({L"clean", L"--csp", L""});
+    EXPECT_THAT(outcome, EndsWithCode(2, StartsWith("certstoreupdate: --csp must not be empty")));
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(Program, SaysThatAStoreCannotBeOpened) {
+    // No store has a name of 260 characters or more, here or on Windows.
+    const std::wstring name(300, L'x');
+    EXPECT_THAT(
+        runWith({L"list", L"--csp", testCsp, L"--store", name}),
+        EndsWithCode(7, AllOf(HasSubstr("cannot be opened"),
+                              HasSubstr("(CertStoreUpdaterError_OpenSystemStore: STORE="))));
+}
+
+TEST_F(Program, TakesThePinFromAFile) {
+    certificateWithKey(numbered(1), "01");
+    const auto file = folder.write("pin", "1234\r\n");
+    EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module,
+                         L"--pin-file", file.wstring()}),
+                EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), SizeIs(1));
+}
+
+TEST_F(Program, TakesThePinFromStandardInput) {
+    certificateWithKey(numbered(1), "01");
+    EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module,
+                         L"--pin-stdin"},
+                        "1234\n"),
+                EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), SizeIs(1));
+}
+
+TEST_F(Program, DoesNotAskForThePinWhereThereIsNoConsole) {
+    EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module},
+                        "1234\n"),
+                EndsWithCode(2, HasSubstr("--pin-stdin")));
+    EXPECT_THAT(calls(), Not(HasSubstr("C_Login")));
+}
+
+} // namespace
+} // namespace updater

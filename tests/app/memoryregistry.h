@@ -1,0 +1,112 @@
+// A store in memory: entries, how they are bound, and how the store behaves.
+#pragma once
+
+#include "certificatetext.h"
+#include "registry.h"
+
+#include "certbuilder.h"
+#include "der.h"
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace updater {
+
+inline asn1::Certificate certificateOf(const testsupport::Bytes& encoded) {
+    asn1::Certificate certificate;
+    asn1::der::decode({encoded.data(), encoded.size()}, certificate);
+    return certificate;
+}
+
+/// A certificate that differs from those of other numbers.
+inline asn1::Certificate numbered(int number) {
+    return certificateOf(testsupport::CertBuilder()
+                             .serialNumber(number)
+                             .names("Holder " + std::to_string(number), "Issuer")
+                             .build());
+}
+
+inline CertItem itemOf(const asn1::Certificate& certificate, const wchar_t* label = L"") {
+    return {{}, label, certificate};
+}
+
+struct MemoryEntry {
+    asn1::Certificate certificate;
+    /// The container that the record for the CSP names; none if we did not register the entry.
+    std::optional<Buffer<wchar_t>> recorded;
+    /// The container that the key binding to the CSP names.
+    std::optional<Buffer<wchar_t>> bound;
+};
+
+class MemoryRegistry final : public CspRegistry {
+public:
+    /// In the order in which they are enumerated.
+    std::vector<MemoryEntry> entries;
+    /// Every change that was asked for: "add C" and "remove N", with a container and a subject.
+    std::vector<std::wstring> changes;
+    bool newestFirst = false;
+    bool refusesAdditions = false;
+    bool refusesRemovals = false;
+    /// Called before a certificate is added.
+    std::function<void(const CertItem&)> onAdd;
+    /// Called after a certificate was removed.
+    std::function<void()> onRemoved;
+
+    void addOurs(const Buffer<wchar_t>& container, const asn1::Certificate& certificate) {
+        entries.push_back({certificate, container, container});
+    }
+
+    CertMap list() override {
+        CertMap listed;
+        for (const MemoryEntry& entry : entries)
+            if (entry.bound || entry.recorded)
+                listed.try_emplace(entry.bound ? *entry.bound : *entry.recorded,
+                                   itemOf(entry.certificate));
+        return listed;
+    }
+    bool isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override {
+        const MemoryEntry* entry = find(cert);
+        return entry && entry->recorded == container && entry->bound == container;
+    }
+    bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override {
+        const MemoryEntry* entry = find(cert);
+        return entry && entry->recorded == container;
+    }
+    bool isOurs(const asn1::Certificate& cert) override {
+        const MemoryEntry* entry = find(cert);
+        return entry && entry->recorded;
+    }
+    bool isPresent(const asn1::Certificate& cert) override { return find(cert) != nullptr; }
+
+    void add(const Buffer<wchar_t>& container, const CertItem& item) override {
+        changes.push_back(L"add " + std::wstring(container.c_str()));
+        if (onAdd)
+            onAdd(item);
+        if (refusesAdditions || find(item.certificate))
+            return;
+        entries.insert(newestFirst ? entries.begin() : entries.end(),
+                       {item.certificate, container, container});
+    }
+    void remove(const asn1::Certificate& cert) override {
+        changes.push_back(L"remove " + subjectText(cert));
+        if (refusesRemovals)
+            return;
+        std::erase_if(entries,
+                      [&](const MemoryEntry& entry) { return isSame(entry.certificate, cert); });
+        if (onRemoved)
+            onRemoved();
+    }
+
+private:
+    const MemoryEntry* find(const asn1::Certificate& cert) const {
+        const auto found =
+            std::find_if(entries.begin(), entries.end(),
+                         [&](const MemoryEntry& entry) { return isSame(entry.certificate, cert); });
+        return found == entries.end() ? nullptr : &*found;
+    }
+};
+
+} // namespace updater
