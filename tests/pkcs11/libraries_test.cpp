@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -120,6 +122,33 @@ INSTANTIATE_TEST_SUITE_P(EachFunction, LibrariesLoadWithout,
                                          "C_Login", "C_FindObjectsInit", "C_FindObjects",
                                          "C_FindObjectsFinal", "C_GetAttributeValue"),
                          [](const auto& function) { return function.param; });
+
+void loadAndUnload() {
+    for (int i = 0; i != 200; ++i)
+        const ScopedLibrary library;
+}
+
+TEST_F(LibrariesLoad, CountsTheLoadsOfSeveralThreads) {
+    {
+        const ScopedLibrary library;
+        std::vector<std::thread> threads;
+        for (int i = 0; i != 4; ++i)
+            threads.emplace_back(loadAndUnload);
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(token->count("C_Initialize"), 1u);
+        EXPECT_EQ(token->count("C_Finalize"), 0u);
+    }
+    EXPECT_EQ(token->count("C_Finalize"), 1u);
+}
+
+TEST_F(LibrariesLoad, TakesTurnsWithOtherThreadsThatLoadAndUnload) {
+    std::thread other(loadAndUnload);
+    loadAndUnload();
+    other.join();
+    EXPECT_GE(token->count("C_Initialize"), 1u);
+    EXPECT_EQ(token->count("C_Initialize"), token->count("C_Finalize"));
+}
 
 TEST(LibrariesLoadOfAnotherLibrary, FailsAndFreesItWithoutCGetFunctionList) {
     const std::string path = modulePath("nofunctionlist");
