@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing, or only names them:
-# packages.sh [--missing] build|coverage|check...
+# packages.sh [--missing] build|coverage|fuzz|check...
 set -euo pipefail
 
 declare -A packages=(
@@ -11,6 +11,7 @@ declare -A packages=(
         libssl-dev nlohmann-json3-dev
         gcab opensc openssl osslsigncode softhsm2 wixl'
     [coverage]='gcovr'
+    [fuzz]='clang libclang-rt-dev llvm'
     [check]='clang-format clang-tidy cppcheck shellcheck'
 )
 
