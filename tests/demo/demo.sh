@@ -1,0 +1,183 @@
+#!/usr/bin/env bash
+# The main job on real parts: a SoftHSM token, the certificate store in the registry, and the
+# unmodified program. Every claim is checked; the first one that does not hold ends the demo with 1.
+# Environment: CSU_BUILD, CSU_WINE, CSU_SOFTHSM_DLL, CSU_NATIVE_SOFTHSM (./dev demo sets them).
+set -euo pipefail
+
+store=CSU-Demo
+csp="Demo Token CSP"
+label="Demo token"
+export DEMO_PIN=1234
+
+signing_id=01A2FF
+encryption_id=02B3
+renewal_id=03C4
+
+work=$(dirname "$CSU_BUILD")/demo
+tools=$CSU_BUILD/bin
+
+# --- telling and checking ---------------------------------------------------------------------
+
+if [[ -t 1 && -z ${NO_COLOR-} ]]; then
+    bold=$'\e[1m' plain=$'\e[0m'
+else
+    bold='' plain=''
+fi
+
+step=0
+chapter() { printf '\n%s%d. %s%s\n\n' "$bold" $((step += 1)) "$1" "$plain"; }
+say() { printf '%s\n' "$*"; }
+checked() { printf '   ok: %s\n' "$1"; }
+fail() {
+    printf '\nthe demo failed: %s\n' "$1" >&2
+    exit 1
+}
+
+# What a Windows program printed, shown and kept.
+shown=
+show() {
+    say "\$ $1"
+    shift
+    shown=$("$@" 2>&1) || fail "it ended with $?: $shown"
+    shown=${shown//$'\r'/}
+    printf '%s\n' "$shown" | sed 's/^/  /'
+}
+
+expect() {
+    [[ $shown == *"$1"* ]] || fail "expected: $1"
+    checked "$2"
+}
+expect_not() {
+    [[ $shown != *"$1"* ]] || fail "not expected: $1"
+    checked "$2"
+}
+
+# --- the parts --------------------------------------------------------------------------------
+
+# The program as it is shipped. Wine's stores lack some of what Windows' do, so the launcher gives
+# it the layer that cures that; on Windows it would be started directly.
+certstoreupdate() {
+    "$CSU_WINE" "$tools/winecompat-launcher.exe" "$tools/certstoreupdate.exe" "$@" \
+        --csp "$csp" --store "$store"
+}
+with_token() {
+    local command=$1
+    SOFTHSM2_CONF="Z:$work/windows.conf" certstoreupdate "$command" \
+        --module "Z:$CSU_SOFTHSM_DLL" --pin-env DEMO_PIN
+}
+store_tool() { "$CSU_WINE" "$tools/showstore.exe" "$@"; }
+
+softhsm() { SOFTHSM2_CONF=$work/native.conf softhsm2-util "$@" >>"$work/token.log" 2>&1; }
+token() {
+    SOFTHSM2_CONF=$work/native.conf pkcs11-tool --module "$CSU_NATIVE_SOFTHSM" \
+        --token-label "$label" --login --pin "$DEMO_PIN" "$@" >>"$work/token.log" 2>&1 ||
+        fail "the token refused; see $work/token.log"
+}
+
+# certificate NAME SUBJECT EXTENSIONS [ISSUER]: NAME.der with a key of its own.
+certificate() {
+    local name=$1 subject=$2 extensions=$3 issuer=${4-}
+    openssl req -utf8 -newkey rsa:2048 -nodes -keyout "$name.key" -subj "$subject" -out "$name.csr" \
+        2>/dev/null
+    local signer=(-key "$name.key")
+    [[ -z $issuer ]] || signer=(-CA "$issuer.pem" -CAkey "$issuer.key")
+    openssl x509 -req -in "$name.csr" -days 365 -set_serial "0x$(openssl rand -hex 8)" \
+        "${signer[@]}" -extfile <(printf '%s\n' "$extensions") -out "$name.pem" 2>/dev/null
+    openssl x509 -in "$name.pem" -outform DER -out "$name.der"
+    openssl pkcs8 -topk8 -nocrypt -in "$name.key" -outform DER -out "$name.key.der"
+}
+put_certificate() { token --write-object "$1.der" --type cert --id "$2" --label "$3"; }
+put_key() { token --write-object "$1.key.der" --type privkey --id "$2" --label "$3"; }
+
+clear_up() {
+    store_tool erase "$store" >/dev/null 2>&1 || true
+    rm -rf "$work"
+}
+
+make_token() {
+    mkdir -p "$work/tokens"
+    echo "directories.tokendir = $work/tokens" >"$work/native.conf"
+    echo "directories.tokendir = Z:$work/tokens" >"$work/windows.conf"
+    softhsm --init-token --free --label "$label" --pin "$DEMO_PIN" --so-pin 567890 ||
+        fail "no token could be made; see $work/token.log"
+
+    cd "$work"
+    certificate root "/C=DE/O=Demo/CN=Demo Root" $'basicConstraints=critical,CA:TRUE\nkeyUsage=critical,keyCertSign,cRLSign'
+    certificate issuing "/C=DE/O=Demo/CN=Demo Issuing CA" $'basicConstraints=critical,CA:TRUE\nkeyUsage=critical,keyCertSign,cRLSign' root
+    certificate signing "/C=DE/O=Demo/CN=Zoë Ångström" 'keyUsage=critical,digitalSignature,nonRepudiation' issuing
+    certificate encryption "/C=DE/O=Demo/CN=Zoë Ångström" 'keyUsage=critical,keyEncipherment' issuing
+    certificate renewal "/C=DE/O=Demo/CN=Zoë Ångström VPN" 'keyUsage=critical,digitalSignature,keyEncipherment' issuing
+    certificate partner "/C=DE/O=Partner/CN=A partner" 'keyUsage=critical,keyEncipherment' issuing
+    certificate foreign "/C=DE/O=Elsewhere/CN=Somebody else's" 'keyUsage=critical,digitalSignature' issuing
+
+    put_certificate root AA "Root"
+    put_certificate issuing BB "Issuing CA"
+    put_certificate signing "$signing_id" "Signature"
+    put_key signing "$signing_id" "Signature"
+    put_certificate encryption "$encryption_id" ""
+    put_key encryption "$encryption_id" "Encryption"
+    put_certificate renewal "$renewal_id" "VPN"
+    put_key renewal "$renewal_id" "VPN"
+    put_certificate partner CC "Partner"
+}
+
+# --- the story --------------------------------------------------------------------------------
+
+clear_up
+trap clear_up EXIT
+
+chapter "A token and a store"
+say "A SoftHSM token with three keys and their certificates, a root, an issuing CA and a partner's"
+say "certificate. In the store \"$store\" lies a certificate of another program."
+say
+make_token
+store_tool add "$store" "Z:$work/foreign.der"
+show "what is in the store" store_tool list "$store"
+foreign_before=$shown
+
+chapter "Token and store side by side"
+show "certstoreupdate status" with_token status
+expect "missing" "the keys' certificates are missing in the store"
+expect "token only" "those without a key are not for the store"
+
+chapter "Synchronise"
+show "certstoreupdate sync" with_token sync
+
+chapter "What was registered, read by another program that knows only CryptoAPI"
+show "what is in the store" store_tool list "$store"
+for id in "$signing_id" "$encryption_id" "$renewal_id"; do
+    expect "container      CKAIDHEX:$id" "container of key $id"
+    expect "binding        \"CKAIDHEX:$id\\n$csp\\n\"" "the record of container and CSP"
+done
+expect "CSP            $csp" "the CSP"
+expect $'friendly name  Signature\n  container      CKAIDHEX:'"$signing_id"$'\n  CSP            '"$csp"$'\n  key spec       2 (signature)' \
+    "the label as friendly name, a key for signatures"
+expect $'friendly name  Zoë Ångström\n  container      CKAIDHEX:'"$encryption_id"$'\n  CSP            '"$csp"$'\n  key spec       1 (key exchange)' \
+    "the subject's name where there is no label, a key for key exchange"
+expect "$foreign_before" "the other program's certificate is as it was"
+registered=$shown
+
+chapter "Synchronise again: nothing to do"
+show "certstoreupdate sync" with_token sync
+expect "nothing to do" "the program found nothing to change"
+show "what is in the store" store_tool list "$store"
+[[ $shown == "$registered" ]] || fail "the store has changed"
+checked "the store is exactly as before"
+
+chapter "A certificate leaves the token, and so the store"
+token --delete-object --type cert --id "$renewal_id"
+show "certstoreupdate status" with_token status
+expect "stale" "its entry in the store is stale"
+show "certstoreupdate sync" with_token sync
+show "what is in the store" store_tool list "$store"
+expect_not "CKAIDHEX:$renewal_id" "the entry is gone"
+expect "CKAIDHEX:$signing_id" "the others stay"
+expect "$foreign_before" "the other program's certificate is as it was"
+
+chapter "Clean up"
+show "certstoreupdate clean" certstoreupdate clean
+show "what is in the store" store_tool list "$store"
+[[ $shown == "$foreign_before" ]] || fail "the store is not as it was at the beginning"
+checked "only the other program's certificate is left"
+
+printf '\n%sAll of it is as it should be.%s\n' "$bold" "$plain"
