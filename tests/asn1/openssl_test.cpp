@@ -49,6 +49,14 @@ TEST(OpenSsl, ReadsTheSameFromBuiltCertificates) {
     }
 }
 
+// It puts the segments of a constructed string together wherever it meets one.
+TEST(OpenSsl, ReadsTheSameBesidesParametersThatItEncodesOtherwise) {
+    const Bytes segmented = sequence({objectIdentifier("1.2.3"), element(0x3B, {})});
+    const Bytes der = fullCertificate().signatureAlgorithm(segmented).build();
+    expectSame(der);
+    EXPECT_TRUE(isAcceptedByOpenSsl(rangeOf(der)));
+}
+
 /// How both judge a certificate of which one octet was changed.
 struct Verdicts {
     std::size_t bothAccept = 0;

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <iterator>
 #include <ostream>
+#include <string>
+#include <vector>
 
 namespace fuzz {
 
@@ -21,27 +23,21 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-std::vector<Seed> keptInputs(const char* target) {
-    std::vector<Seed> inputs;
-    const std::filesystem::path folder = std::filesystem::path(FUZZ_CORPUS) / target;
-    if (!std::filesystem::exists(folder))
-        return inputs;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        std::ifstream file(entry.path(), std::ios::binary);
-        EXPECT_TRUE(file) << entry.path();
-        inputs.push_back(
-            {entry.path().filename().string(), Bytes(std::istreambuf_iterator<char>(file), {})});
-    }
-    return inputs;
+Bytes contentsOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+/// Runs on a block of just the input's size, so that sanitizers see any read beyond it.
+void runExactly(const Target& target, const Bytes& input) {
+    const Bytes exact(input.begin(), input.end());
+    target.run({exact.data(), exact.size()});
 }
 
 class Replay : public testing::TestWithParam<Target> {
 protected:
-    /// Runs on a block of just the input's size, so that sanitizers see any read beyond it.
-    static void run(const Bytes& input) {
-        const Bytes exact(input.begin(), input.end());
-        GetParam().run({exact.data(), exact.size()});
-    }
+    static void run(const Bytes& input) { runExactly(GetParam(), input); }
 
     /// Calls `use` with seeds and places in them, spread evenly over all of them.
     template <class Use>
@@ -69,11 +65,6 @@ TEST_P(Replay, HoldsForSeeds) {
         EXPECT_NO_THROW(run(seed.bytes)) << seed.name;
 }
 
-TEST_P(Replay, HoldsForKeptInputs) {
-    for (const Seed& input : keptInputs(GetParam().name))
-        EXPECT_NO_THROW(run(input.bytes)) << input.name;
-}
-
 TEST_P(Replay, HoldsForSeedsCutShort) {
     forPlacesInSeeds([](const Seed& seed, std::size_t place) {
         const auto size = static_cast<std::ptrdiff_t>(place);
@@ -89,6 +80,28 @@ TEST_P(Replay, HoldsForSeedsWithAChangedByte) {
         changed[place] = static_cast<unsigned char>(changed[place] ^ (1u << (place * 5 % 8)));
         EXPECT_NO_THROW(run(changed)) << seed.name << ", byte " << place;
     });
+}
+
+// Every file lies in the folder of its target and is told of in the list.
+TEST(KeptInputs, HoldForTheirTargets) {
+    namespace fs = std::filesystem;
+    const fs::path corpus = FUZZ_CORPUS;
+    const Bytes list = contentsOf(corpus / "README.md");
+    std::size_t inputs = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(corpus)) {
+        if (entry.is_directory() || entry.path().parent_path() == corpus)
+            continue;
+        const std::string name = fs::relative(entry.path(), corpus).generic_string();
+        const std::string folder = name.substr(0, name.find('/'));
+        const auto* target =
+            std::ranges::find_if(targets, [&](const Target& each) { return each.name == folder; });
+        ASSERT_NE(target, std::end(targets)) << name;
+        EXPECT_NO_THROW(runExactly(*target, contentsOf(entry.path()))) << name;
+        EXPECT_NE(std::string(list.begin(), list.end()).find('`' + name + '`'), std::string::npos)
+            << name;
+        ++inputs;
+    }
+    EXPECT_GT(inputs, 0u);
 }
 
 } // namespace
