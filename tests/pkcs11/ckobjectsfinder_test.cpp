@@ -120,6 +120,7 @@ TEST_F(CkObjectsFinderTest, RefusesMoreObjectsThanItAskedFor) {
     objects() = {certificate({1}, {1}, "a")};
     token->claimedFoundCount = 65;
     expectCryptokiError(L"5", [&] { find(); });
+    EXPECT_EQ(token->count("C_FindObjects"), 1u);
     EXPECT_EQ(token->count("C_FindObjectsFinal"), 1u);
 }
 
