@@ -14,7 +14,9 @@ keys=$folder.keys
 # SHA-256; the digest of the files is SHA-256.
 make_authority() {
     local name=$1
-    openssl req -x509 -newkey rsa:2048 -nodes -sha1 -days 7300 -subj "/CN=Test $name" \
+    # The name is of this run only, lest a root that an interrupted test has left behind be taken
+    # for this one.
+    openssl req -x509 -newkey rsa:2048 -nodes -sha1 -days 7300 -subj "/CN=Test $name $(openssl rand -hex 8)" \
         -addext basicConstraints=critical,CA:TRUE \
         -addext keyUsage=critical,keyCertSign,cRLSign \
         -keyout "$keys/$name.key" -out "$keys/$name.pem"
