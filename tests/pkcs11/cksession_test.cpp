@@ -7,6 +7,10 @@
 
 #include <memory>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 namespace {
 
 using faketoken::Call;
@@ -112,6 +116,21 @@ TEST_F(CkSessionTest, HandsANullPinOnAsNull) {
     expectCryptokiError(L"160", [&] { session.login(CKU_USER, Range()); });
     EXPECT_EQ(token->callsOf("C_Login").at(0).pin, nullptr);
 }
+
+#ifdef _WIN32
+TEST_F(CkSessionTest, RefusesAPinOfMoreBytesThanCryptokiCanSay) {
+    CkSession session(*library);
+    session.open(1, readWrite);
+    // Addresses without memory behind them: nothing is to read there.
+    const std::size_t size = (std::size_t{1} << 32) + 4;
+    void* room = VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS);
+    ASSERT_NE(room, nullptr);
+    const Range pin(static_cast<const unsigned char*>(room), size);
+    expectCryptokiError(L"162", [&] { session.login(CKU_USER, pin); });
+    EXPECT_EQ(token->count("C_Login"), 0u);
+    VirtualFree(room, 0, MEM_RELEASE);
+}
+#endif
 
 TEST_F(CkSessionTest, StaysOpenWhenLoginFails) {
     CkSession session(*library);
