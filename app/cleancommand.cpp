@@ -33,7 +33,7 @@ ExitCode cleanStore(const Options& options) {
     const Counts after = countListed(store);
 
     const std::size_t removed = before.ours > after.ours ? before.ours - after.ours : 0;
-    writeData(removed == 0 ? L"nothing was removed\n"
+    writeData(removed == 0 ? L"nothing is left that this program registered\n"
                            : L"removed what was registered for " + containers(removed) + L"\n");
     if (after.notOurs != 0)
         writeMessage(L"entries for " + containers(after.notOurs) +

@@ -2,7 +2,10 @@
 #include "cspstore.h"
 
 #include "certificatetext.h"
+#include "der.h"
 #include "failures.h"
+#include "nametext.h"
+#include "oids.h"
 #include "text.h"
 
 namespace updater {
@@ -14,6 +17,17 @@ namespace {
 
 std::wstring nameOf(const Buffer<wchar_t>& container, const asn1::Certificate& cert) {
     return L"\"" + subjectText(cert) + L"\" (" + toString(container) + L")";
+}
+
+/// Makes the name that a registration without a label gives, for the errors that this may meet.
+void requireSubjectName(const asn1::Certificate& cert) {
+    const asn1::RDNSequence subject = cert.subject().rdnSequence;
+    if (const auto commonName = subject.find(asn1::id_at_commonName, 1)) {
+        asn1::DirectoryString name;
+        asn1::der::decode(commonName->value.encoding(), name);
+        asn1::toText(name);
+    } else
+        asn1::toText(subject);
 }
 
 } // namespace
@@ -46,6 +60,14 @@ bool CspStore::isOurs(const asn1::Certificate& cert) {
 
 bool CspStore::isPresent(const asn1::Certificate& cert) {
     return reading([&] { return store_.findCertificate(cert); });
+}
+
+void CspStore::requireUsable(const Buffer<wchar_t>& container, const CertItem& item) {
+    during({Activity::Kind::add, nameOf(container, item.certificate)}, [&] {
+        store_.getKeySpec(item.certificate);
+        if (*item.label.c_str() == 0)
+            requireSubjectName(item.certificate);
+    });
 }
 
 void CspStore::add(const Buffer<wchar_t>& container, const CertItem& item) {

@@ -20,6 +20,7 @@ public:
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
     bool isOurs(const asn1::Certificate& cert) override;
     bool isPresent(const asn1::Certificate& cert) override;
+    void requireUsable(const Buffer<wchar_t>& container, const CertItem& item) override;
     void add(const Buffer<wchar_t>& container, const CertItem& item) override;
     void remove(const asn1::Certificate& cert) override;
 

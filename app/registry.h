@@ -27,6 +27,9 @@ public:
     /// Whether a certificate is in the store, ours or not.
     virtual bool isPresent(const asn1::Certificate& cert) = 0;
 
+    /// Throws what `add` throws for a certificate that cannot be registered because it is
+    /// malformed; changes nothing.
+    virtual void requireUsable(const Buffer<wchar_t>& container, const CertItem& item) = 0;
     /// Registers a certificate, all or nothing. The store may refuse silently, because the user
     /// declines or because the certificate is there already.
     virtual void add(const Buffer<wchar_t>& container, const CertItem& item) = 0;

@@ -3,7 +3,9 @@
 
 #include "plan.h"
 
+#include <exception>
 #include <map>
+#include <optional>
 #include <set>
 
 namespace updater {
@@ -47,21 +49,36 @@ private:
     }
 
     bool bindAnew(const Buffer<wchar_t>& container, const CertItem& item) {
+        // What could not be added again must not be removed.
+        if (!isUsable(container, item))
+            return false;
         registry_.remove(item.certificate);
         if (registry_.isPresent(item.certificate))
             return tell(Kind::removalRefused, container, item.certificate);
-        return add(container, item, Kind::boundAnew);
+        return putBack(container, item) && tell(Kind::boundAnew, container, item.certificate);
     }
 
-    bool add(const Buffer<wchar_t>& container, const CertItem& item, Kind done) {
+    bool isUsable(const Buffer<wchar_t>& container, const CertItem& item) {
+        return succeeds(container, item, [&] { registry_.requireUsable(container, item); });
+    }
+
+    /// Whether a step works; a malformed certificate is told to the observer.
+    template <class Step>
+    bool succeeds(const Buffer<wchar_t>& container, const CertItem& item, Step step) {
         try {
-            registry_.add(container, item);
+            step();
+            return true;
         } catch (const Failure& failure) {
             if (failure.code() != ExitCode::certificate)
                 throw;
             observe_({Kind::unusable, container, item.certificate, failure});
             return false;
         }
+    }
+
+    bool add(const Buffer<wchar_t>& container, const CertItem& item, Kind done) {
+        if (!succeeds(container, item, [&] { registry_.add(container, item); }))
+            return false;
         if (registry_.isInStep(container, item.certificate)) {
             if (hasPredecessor(container))
                 successors_.emplace(container, &item);
@@ -98,29 +115,49 @@ private:
     /// taken out for a moment.
     void lookBehind(const Buffer<wchar_t>& container, const CertItem& item) {
         for (int pass = 0; pass != maxPasses; ++pass) {
-            registry_.remove(item.certificate);
-            if (registry_.isPresent(item.certificate))
+            const std::optional<CertMap> behind = listWithout(container, item);
+            if (!behind)
                 return;
-            const CertMap behind = registry_.list();
-            if (!putBack(container, item))
-                return;
-            const auto hidden = behind.find(container);
-            if (hidden == behind.end() || !mayRemove(container, hidden->second.certificate) ||
+            const auto hidden = behind->find(container);
+            if (hidden == behind->end() || !mayRemove(container, hidden->second.certificate) ||
                 !remove(container, hidden->second.certificate))
                 return;
         }
         giveUp();
     }
 
+    /// What is listed while a certificate is taken out; nothing if the store keeps it, or does
+    /// not take it back. Whatever fails in between, the certificate is put back.
+    std::optional<CertMap> listWithout(const Buffer<wchar_t>& container, const CertItem& item) {
+        registry_.remove(item.certificate);
+        std::optional<CertMap> listed;
+        try {
+            if (registry_.isPresent(item.certificate))
+                return std::nullopt;
+            listed = registry_.list();
+        } catch (...) {
+            putBack(container, item);
+            throw;
+        }
+        if (!putBack(container, item))
+            return std::nullopt;
+        return listed;
+    }
+
     /// A fault that passes must not cost a registration that was there a moment ago.
     bool putBack(const Buffer<wchar_t>& container, const CertItem& item) {
+        std::exception_ptr fault;
         try {
             registry_.add(container, item);
-        } catch (const Failure&) {
+        } catch (...) {
+            fault = std::current_exception();
             registry_.add(container, item);
         }
-        return registry_.isInStep(container, item.certificate) ||
-               tell(Kind::addRefused, container, item.certificate);
+        if (registry_.isInStep(container, item.certificate))
+            return true;
+        if (fault)
+            std::rethrow_exception(fault);
+        return tell(Kind::addRefused, container, item.certificate);
     }
 
     /// Whether something was removed, so that what it hid may be listed now.

@@ -200,7 +200,7 @@ TEST_F(Clean, RemovesWhatIsOursAndNothingElse) {
 TEST_F(Clean, SaysThatThereWasNothing) {
     const Outcome outcome = run(L"clean");
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_EQ(outcome.output, "nothing was removed\n");
+    EXPECT_EQ(outcome.output, "nothing is left that this program registered\n");
 }
 
 TEST_F(Clean, EndsAtARecordThatIsNotUtf8) {

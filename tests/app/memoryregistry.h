@@ -50,6 +50,10 @@ public:
     bool newestFirst = false;
     bool refusesAdditions = false;
     bool refusesRemovals = false;
+    /// Called when a certificate is checked.
+    std::function<void(const CertItem&)> onCheck;
+    /// Called before the entries are listed.
+    std::function<void()> onList;
     /// Called before a certificate is added.
     std::function<void(const CertItem&)> onAdd;
     /// Called after a certificate was removed.
@@ -60,6 +64,8 @@ public:
     }
 
     CertMap list() override {
+        if (onList)
+            onList();
         CertMap listed;
         for (const MemoryEntry& entry : entries)
             if (entry.bound || entry.recorded)
@@ -81,6 +87,10 @@ public:
     }
     bool isPresent(const asn1::Certificate& cert) override { return find(cert) != nullptr; }
 
+    void requireUsable(const Buffer<wchar_t>&, const CertItem& item) override {
+        if (onCheck)
+            onCheck(item);
+    }
     void add(const Buffer<wchar_t>& container, const CertItem& item) override {
         changes.push_back(L"add " + std::wstring(container.c_str()));
         if (onAdd)

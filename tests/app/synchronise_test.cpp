@@ -102,6 +102,35 @@ TEST_F(Synchronising, PutsASuccessorBackThoughTheStoreFailsOnce) {
     EXPECT_TRUE(store.isInStep(L"A", numbered(2)));
 }
 
+TEST_F(Synchronising, PutsASuccessorBackIfTheListingFailsWhileItIsOut) {
+    wanted[L"A"] = itemOf(numbered(2));
+    store.addOurs(L"A", numbered(1));
+    store.onList = [&] {
+        if (!has(1) && !has(2))
+            throw Failure(ExitCode::store, L"unreadable");
+    };
+    EXPECT_THROW(run(), Failure);
+    EXPECT_TRUE(store.isInStep(L"A", numbered(2)));
+}
+
+TEST_F(Synchronising, TellsTheFirstFaultIfASuccessorCannotBePutBack) {
+    wanted[L"A"] = itemOf(numbered(2));
+    store.addOurs(L"A", numbered(1));
+    int additions = 0;
+    store.onAdd = [&](const CertItem& item) {
+        if (++additions == 2) {
+            store.entries.push_back({item.certificate, {}, {}});
+            throw Failure(ExitCode::store, L"the first fault");
+        }
+    };
+    try {
+        run();
+        FAIL() << "the registration is incomplete";
+    } catch (const Failure& failure) {
+        EXPECT_THAT(failure.line(), testing::HasSubstr(L"the first fault"));
+    }
+}
+
 TEST_F(Synchronising, LooksBehindNothingThatItDidNotReplace) {
     wanted[L"A"] = itemOf(numbered(1));
     wanted[L"B"] = itemOf(numbered(2));
@@ -165,6 +194,26 @@ TEST_F(Synchronising, BindsAnewWhatIsOursForAnotherContainer) {
     EXPECT_THAT(run(), ElementsAre(Told{Kind::boundAnew, L"A"}));
     EXPECT_TRUE(store.isInStep(L"A", numbered(1)));
     EXPECT_THAT(run(), IsEmpty());
+}
+
+TEST_F(Synchronising, BindsAnewThoughTheStoreFailsOnce) {
+    wanted[L"A"] = itemOf(numbered(1));
+    store.addOurs(L"B", numbered(1));
+    int additions = 0;
+    store.onAdd = [&](const CertItem&) {
+        if (++additions == 1)
+            throw Failure(ExitCode::store, L"for once");
+    };
+    EXPECT_THAT(run(), ElementsAre(Told{Kind::boundAnew, L"A"}));
+    EXPECT_TRUE(store.isInStep(L"A", numbered(1)));
+}
+
+TEST_F(Synchronising, KeepsABindingOfACertificateThatCouldNotBeAddedAgain) {
+    wanted[L"A"] = itemOf(numbered(1));
+    store.addOurs(L"B", numbered(1));
+    store.onCheck = [](const CertItem&) { throw Failure(ExitCode::certificate, L"malformed"); };
+    EXPECT_THAT(run(), ElementsAre(Told{Kind::unusable, L"A"}));
+    EXPECT_THAT(store.changes, IsEmpty());
 }
 
 TEST_F(Synchronising, LeavesABindingThatTheStoreKeeps) {
