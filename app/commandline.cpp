@@ -48,7 +48,9 @@ constexpr CommandText commandTexts[] = {
      "  token only       has no private key on the token, so that it is not registered"},
     {Command::sync, "sync", "Register what is missing, then remove what is no longer on the token",
      "Registers the certificates whose private keys are on the token. Only what differs is\n"
-     "changed, and nothing is removed that this program did not register."},
+     "changed, and nothing is removed that this program did not register. The token is the one in\n"
+     "the module's first slot that holds one; what another token registered for the same CSP\n"
+     "counts as no longer on the token."},
     {Command::list, "list", "List what is registered for the CSP",
      "Entries that are bound to the CSP but were not registered by this program are listed as\n"
      "\"not ours\"."},

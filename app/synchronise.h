@@ -36,7 +36,8 @@ using SyncObserver = std::function<void(const SyncEvent&)>;
 /// since the store may refuse silently.
 ///
 /// Where a certificate is replaced, its predecessors go even if the listing hides them: the
-/// successor is then taken out of the store for a moment.
+/// successor is then taken out of the store for a moment. A predecessor that an interrupted run
+/// left behind an entry in step stays hidden until that entry is replaced or the store cleaned.
 ///
 /// A malformed certificate is told to the observer and left out. Any other failure ends it; what
 /// was done until then stays done.

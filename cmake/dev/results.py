@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Adds up test results: results.py NAME=BUILD_FOLDER...
+"""Adds up test results: results.py [--filtered] NAME=BUILD_FOLDER...
 
-Every test that a build folder declares counts: a GoogleTest program by what its JSON file says, a
+Every test that a build folder declares counts, also one that was not run unless the run was
+filtered: a GoogleTest program by what its JSON file says, a
 program without one (it crashed, or could not start) as one failure, a script as one test. Prints
 the failures, a table of rooms and builds, and the totals. Ends with 1 if a test failed or none
 was run.
@@ -91,15 +92,15 @@ def count_script(status, output, complain):
     return count
 
 
-def count_build(name, build):
+def count_build(name, build, filtered):
     """Counts by room; prints what failed."""
     rooms = defaultdict(Count)
     log = f"build/logs/test-{name}.log"
     seen = outcomes(build)
     for test, labels in declared_tests(build):
-        if test not in seen:
+        if filtered and test not in seen:
             continue
-        status, output = seen[test]
+        status, output = seen.get(test, ("not run", "ctest did not run it"))
         room = next(label for label in labels if label != "script")
 
         def complain(text, test=test):
@@ -127,8 +128,9 @@ def print_table(builds, counts):
 
 
 def main(arguments):
-    builds = dict(argument.split("=", 1) for argument in arguments)
-    counts = {name: count_build(name, Path(folder)) for name, folder in builds.items()}
+    filtered = arguments[:1] == ["--filtered"]
+    builds = dict(argument.split("=", 1) for argument in arguments[filtered:])
+    counts = {name: count_build(name, Path(folder), filtered) for name, folder in builds.items()}
     total = Count()
     for by_room in counts.values():
         for count in by_room.values():

@@ -2,7 +2,10 @@
 #include <certstorehelper.h>
 #include <pkcs11helper.h>
 
+#include <cstdlib>
 #include <iostream>
+#include <string>
+#include <string_view>
 
 using namespace pkcs11::certstoreupdater;
 
@@ -17,16 +20,17 @@ void update(const std::string& module, const std::wstring& csp,
     store.addCspCertificates(csp, *certificates, true);
 }
 
+// The PIN comes from the variable TOKEN_PIN: everybody can read command lines.
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::cerr << "usage: update MODULE CSP PIN\n";
+    const char* pin = std::getenv("TOKEN_PIN");
+    if (argc != 2 || !pin) {
+        std::cerr << "usage: set TOKEN_PIN, then: update MODULE\n";
         return 2;
     }
     try {
-        const std::string csp = argv[2];
-        const std::string_view pin = argv[3];
-        update(argv[1], std::wstring(csp.begin(), csp.end()),
-               {reinterpret_cast<const unsigned char*>(pin.data()), pin.size()});
+        const std::string_view digits = pin;
+        update(argv[1], L"My Token CSP",
+               {reinterpret_cast<const unsigned char*>(digits.data()), digits.size()});
     } catch (const korv::GenericEvent& event) {
         std::wcerr << event.dump().c_str();
         return 1;

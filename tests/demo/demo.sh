@@ -145,15 +145,17 @@ show "certstoreupdate sync" with_token sync
 
 chapter "What was registered, read by another program that knows only CryptoAPI"
 show "what is in the store" store_tool list "$store"
-for id in "$signing_id" "$encryption_id" "$renewal_id"; do
-    expect "container      CKAIDHEX:$id" "container of key $id"
-    expect "binding        \"CKAIDHEX:$id\\n$csp\\n\"" "the record of container and CSP"
-done
-expect "CSP            $csp" "the CSP"
-expect $'friendly name  Signature\n  container      CKAIDHEX:'"$signing_id"$'\n  CSP            '"$csp"$'\n  key spec       2 (signature)' \
-    "the label as friendly name, a key for signatures"
-expect $'friendly name  Zoë Ångström\n  container      CKAIDHEX:'"$encryption_id"$'\n  CSP            '"$csp"$'\n  key spec       1 (key exchange)' \
+# entry FRIENDLY_NAME ID KEY_SPEC: everything that a registration writes for one certificate.
+entry() {
+    printf 'friendly name  %s\n  container      CKAIDHEX:%s\n  CSP            %s\n  key spec       %s\n  binding        "CKAIDHEX:%s\\n%s\\n"' \
+        "$1" "$2" "$csp" "$3" "$2" "$csp"
+}
+expect "$(entry Signature "$signing_id" "2 (signature)")" \
+    "the label as friendly name, container, CSP, a key for signatures, the record of both"
+expect "$(entry "Zoë Ångström" "$encryption_id" "1 (key exchange)")" \
     "the subject's name where there is no label, a key for key exchange"
+expect "$(entry VPN "$renewal_id" "1 (key exchange)")" \
+    "a key for both counts as one for key exchange"
 expect "$foreign_before" "the other program's certificate is as it was"
 registered=$shown
 
