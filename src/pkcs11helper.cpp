@@ -143,7 +143,7 @@ void Pkcs11Helper::login(const Buffer<unsigned char>& pin) {
     const CkSlot& slot = (*slots)[0];
     if (!(CkToken(slot).info().flags & ckf::userPinInitialized))
         throw korv::makeEvent<CertStoreUpdaterError_TokenNotInitialized>(sourceFile);
-    auto newSession = std::make_unique<CkSession>(slot.library());
+    auto newSession = std::make_unique<CkSession>(slot.ckLibrary());
     newSession->open(slot.id(), ckf::rwSession | ckf::serialSession);
     session = std::move(newSession);
     session->login(cku::user, pin);

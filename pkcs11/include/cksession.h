@@ -37,7 +37,7 @@ public:
     void close();
 
     bool isOpen() const noexcept { return handle_.has_value(); }
-    const CkLibrary& library() const noexcept { return library_; }
+    const CkLibrary& ckLibrary() const noexcept { return library_; }
     /// CK_SESSION_HANDLE; CK_INVALID_HANDLE, 0, while the session is not open.
     CkUlong handle() const noexcept { return handle_.value_or(0); }
 

@@ -15,7 +15,7 @@ class CkSlot {
 public:
     CkSlot(CkLibrary library, CkSlotId id) noexcept : library_(std::move(library)), id_(id) {}
 
-    const CkLibrary& library() const noexcept { return library_; }
+    const CkLibrary& ckLibrary() const noexcept { return library_; }
     CkSlotId id() const noexcept { return id_; }
 
 private:

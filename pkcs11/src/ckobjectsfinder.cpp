@@ -13,7 +13,7 @@ namespace {
 constexpr wchar_t sourceFile[] = L"pkcs11\\src\\ckobjectsfinder.cpp";
 
 const CK_FUNCTION_LIST& functionsOf(const CkSession& session) {
-    return session.library().module().functions();
+    return session.ckLibrary().module().functions();
 }
 
 } // namespace
@@ -55,7 +55,7 @@ void CkObjectsFinderIterator::fetch() {
 
 CkObjectsFinder::~CkObjectsFinder() {
     // Asked for without events: making one could fail, and nobody would see it.
-    if (active_ && session_.library().module().isLoaded())
+    if (active_ && session_.ckLibrary().module().isLoaded())
         functionsOf(session_).C_FindObjectsFinal(session_.handle());
 }
 

@@ -1,4 +1,4 @@
-// Choosing a key specification.
+// What a key is registered for: signatures or key exchange.
 #include "storetest.h"
 
 #include <ostream>

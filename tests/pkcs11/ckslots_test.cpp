@@ -68,7 +68,7 @@ TEST_F(CkSlotsList, IsEmptyForAModuleWithoutSlots) {
 
 TEST_F(CkSlotsList, CarriesTheLibraryInEachSlot) {
     const CkSlots slots(*library, true);
-    EXPECT_EQ(slots[0].library(), *library);
+    EXPECT_EQ(slots[0].ckLibrary(), *library);
 }
 
 // A token that is inserted between the two calls makes the list longer than the room for it.
