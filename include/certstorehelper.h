@@ -70,8 +70,11 @@ public:
     ///   CertStoreUpdaterError_SetKeyProviderInfoFailed "CSP", "CONTAINER";
     ///   CertStoreUpdaterError_SetCertFriendlyNameFailed "CSP", "CONTAINER", "FRIENDLYNAME";
     ///   CertStoreUpdaterError_SetCertKorvaneCspRefFailed "CSP" (also for a text longer than a
-    ///   property can hold, 4 GiB); what `findCspCertificate` throws. The reference to a
-    ///   certificate that could not be given all its properties is kept.
+    ///   property can hold, 4 GiB); what `findCspCertificate` throws; without a
+    ///   `friendlyName` also asn1::QuorError_Asn1_Decode or
+    ///   buffer::BufferError_InvalidEncodingUnit for a subject that is no text. A certificate
+    ///   that could not be given all its properties stays in the store with those it got, and
+    ///   the reference to it is kept.
     void addCspCertificate(const std::wstring& cspName, const std::wstring& containerName,
                            const std::wstring& friendlyName, const asn1::Certificate& certificate,
                            bool withKeyProvInfo, bool skipLookup, bool lookupByCsp);

@@ -28,7 +28,7 @@ public:
 
     /// Puts an entry that allows `sid` to read in front of the DACL of a file or directory,
     /// unless some entry names `sid` already. Changes the DACL of the path itself only: owner,
-    /// group and audit list stay, and what a directory contains inherits nothing.
+    /// group and audit list stay, and what a directory contains already does not inherit it.
     /// \throws CertStoreUpdaterError_InvalidConfiguration, as `SecurityDescriptorDacl` and
     ///   `hasPermissions` do and with "Method" = "SetFileSecurity"
     static void addPermissions(boost::filesystem::path path, const AnyPackageSid& sid);

@@ -77,7 +77,8 @@ public:
     const Asn1* decoded() const noexcept { return decoded_.get(); }
 
     /// Decodes the value, which may be BER, into `target`.
-    /// \throws QuorError_Asn1_Decode, QuorError_Asn1_Encode
+    /// \throws QuorError_Asn1_Decode, QuorError_Asn1_Encode; QuorError_Asn1_UnsetValue if neither
+    ///   octets nor a value were set
     void read(Asn1& target) const;
 
     /// Octets replace the decoded value.

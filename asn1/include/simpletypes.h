@@ -32,7 +32,8 @@ public:
     /// \throws QuorError_Asn1_SettingValue with "TYPE" = "INTEGER" for no octets
     static Integer fromTwosComplement(BufferRange<unsigned char> octets);
 
-    /// The number as two's complement, big endian, without redundant octets: `contents()`.
+    /// The number. One of any size is in `contents()`: two's complement, big endian, without
+    /// redundant octets.
     /// \throws QuorError_Asn1_UnsetValue, or QuorError_Asn1_RangeViolation for a number of more
     ///   than 64 bits; both with "TYPE" = "INTEGER"
     std::int64_t value() const;

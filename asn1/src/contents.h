@@ -6,7 +6,7 @@
 namespace asn1 {
 
 /// Whether the octets are contents of the type. With Rules::ber also those are taken that
-/// `normalOctet` has to change for DER.
+/// `normalLastOctet` has to change for DER.
 bool contentsFit(TypeClass typeClass, BufferRange<unsigned char> contents, Rules rules) noexcept;
 
 /// Whether contents that fit BER are also those that DER has.

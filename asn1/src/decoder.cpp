@@ -23,7 +23,7 @@ using Range = BufferRange<unsigned char>;
 
 std::atomic<bool> acceptsEncodedDefaults{false};
 
-// How deep SEQUENCEs, lists and explicit tags may nest. Those of a certificate lie at most nine
+// How deep SEQUENCEs, lists and explicit tags may nest. Those of a certificate lie at most five
 // deep; only the input bounds the depth of a type that contains itself.
 constexpr std::size_t maxDepth = 32;
 

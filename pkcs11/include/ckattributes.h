@@ -42,9 +42,15 @@ public:
 
     /// Adds an attribute without a value behind the others.
     void add(CkUlong type) {
-        if (!positions_.try_emplace(type, entries_.size()).second)
+        if (positions_.contains(type))
             throw cryptokiError(sourceFile, ckr::templateInconsistent);
         entries_.push_back(Entry{type, nullptr});
+        try {
+            positions_.emplace(type, entries_.size() - 1);
+        } catch (...) {
+            entries_.pop_back();
+            throw;
+        }
     }
 
     /// Copies the bytes into the template.
