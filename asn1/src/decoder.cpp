@@ -322,7 +322,7 @@ Octets derOf(const Type& type, Range input, Rules rules, bool wholeInput) {
                                                       {L"CONSUMED_BYTES", consumed},
                                                       {L"BUFFER_SIZE", input.size()}});
     if (checker.isDer())
-        return Octets(Buffer<unsigned char>::exactCopy(input.begin(), consumed));
+        return Octets(Buffer<unsigned char>(input.begin(), consumed));
     DerOutput output;
     Decoder<DerOutput>(input, rules, output).decode(type);
     return std::move(output).octets();

@@ -253,30 +253,6 @@ TYPED_TEST(BufferStorage, RefusesSizesThatNoMemoryHolds) {
     EXPECT_EQ(text, bufferOf<TypeParam>(3));
 }
 
-TYPED_TEST(BufferStorage, KeepsAnExactCopyInABlockWithoutRoomToGrow) {
-    const auto given = elements<TypeParam>(16);
-    auto text = Buffer<TypeParam>::exactCopy(given.data(), given.size());
-    EXPECT_EQ(contents(text), given);
-    EXPECT_TRUE(isTerminated(text));
-    EXPECT_EQ(text.capacity(), 16u);
-
-    const auto copy = text;
-    EXPECT_EQ(copy.data(), text.data());
-
-    text.append(TypeParam{'x'});
-    EXPECT_EQ(text.capacity(), 17u + 8u + 16u);
-    EXPECT_EQ(contents(copy), given);
-}
-
-TYPED_TEST(BufferStorage, KeepsAShortExactCopyInTheObject) {
-    const auto given = elements<TypeParam>(15);
-    const auto text = Buffer<TypeParam>::exactCopy(given.data(), given.size());
-    EXPECT_TRUE(liesInTheObject(text));
-    EXPECT_EQ(contents(text), given);
-    EXPECT_TRUE(isTerminated(text));
-    EXPECT_FALSE(Buffer<TypeParam>::exactCopy(nullptr, 0).isNull());
-}
-
 // ---- Text by pointer
 
 TEST(BufferText, ScansForTheTerminator) {

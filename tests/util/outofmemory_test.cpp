@@ -68,7 +68,6 @@ TEST(OutOfMemory, LeavesNothingBehindWhenABufferIsMade) {
     EXPECT_EQ(failEachBalanced([] { const Buffer<wchar_t> made(longText); }), 1u);
     EXPECT_EQ(failEachBalanced([] { const Buffer<unsigned char> made(std::size_t{16}); }), 1u);
     EXPECT_EQ(failEachBalanced([] { const Buffer<wchar_t> made(longText, 20); }), 1u);
-    EXPECT_EQ(failEachBalanced([] { (void)Buffer<wchar_t>::exactCopy(longText, 20); }), 1u);
     EXPECT_EQ(failEachBalanced([] { const TmpBuffer<wchar_t> made(longText, 20); }), 1u);
 }
 
@@ -78,7 +77,7 @@ TEST(OutOfMemory, LeavesABufferAsItWasWhenItGrows) {
         Buffer<wchar_t> buffer(longText, size);
         while (buffer.size() != buffer.capacity())
             buffer.append(L'.');
-        const Buffer<wchar_t> before = Buffer<wchar_t>::exactCopy(buffer.data(), buffer.size());
+        const Buffer<wchar_t> before(buffer.data(), buffer.size());
         const auto* block = buffer.data();
         const auto failOnce = [&](auto operation) {
             {

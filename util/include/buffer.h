@@ -62,15 +62,6 @@ public:
     Buffer(const T* elements, std::size_t size) : BufferRoot<T>(elements, size) {}
     /// Takes the contents over without copying them, unless their block must not be shared.
     Buffer(TmpBuffer<T>&& temporary) { this->adopt(std::move(temporary)); }
-
-    /// A copy of `size` elements in a block that has no room to grow, for contents that are
-    /// kept in large numbers. Never null.
-    static Buffer exactCopy(const T* elements, std::size_t size) {
-        Buffer exact;
-        exact.allocateExactly(size);
-        Buffer::copyElements(exact.data(), elements, size);
-        return exact;
-    }
 };
 
 /// A run of elements that somebody else owns. Decoders consume it from the front.

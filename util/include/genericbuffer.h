@@ -268,15 +268,6 @@ protected:
             Traits::copy(to, from, count);
     }
 
-    /// Storage for exactly `size` elements, for contents that are kept long and never grow.
-    void allocateExactly(std::size_t size) {
-        if (size <= inlineCapacity)
-            data_ = inline_;
-        else
-            data_ = Manager::allocate(size);
-        setSize(size);
-    }
-
 private:
     static constexpr T zero{};
 
