@@ -5,6 +5,7 @@
 #include "faketokenscript.h"
 
 #include <cstring>
+#include <iterator>
 
 #ifdef _WIN32
 #define FAKETOKEN_EXPORT extern "C" __declspec(dllexport)
@@ -33,6 +34,7 @@ CK_RV answer(Call call, Work work) {
     fake.calls.push_back(call);
     const std::size_t position = fake.calls.size() - 1;
     std::optional<CK_RV> result = fake.hook ? fake.hook(call) : std::nullopt;
+    fake.pullTokens();
     if (!result)
         result = fake.scriptedAnswer(call);
     if (!result)
@@ -127,7 +129,7 @@ CK_RV getSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count) {
     return answerInitialized(std::move(call), [&]() -> CK_RV {
         std::vector<CK_SLOT_ID> ids;
         for (const Slot& slot : control().slots)
-            if (slot.tokenPresent || !tokenPresent)
+            if ((slot.tokenPresent && !control().tokensPulled()) || !tokenPresent)
                 ids.push_back(slot.id);
         const CK_ULONG room = std::exchange(*count, static_cast<CK_ULONG>(ids.size()));
         if (!list)
@@ -231,6 +233,23 @@ bool matches(const Object& object, const std::vector<TemplateEntry>& wanted) {
     });
 }
 
+bool isSame(const Object& one, const Object& other) {
+    return one.attributes == other.attributes && one.isPrivate == other.isPrivate;
+}
+
+// Objects stay where they are, so that their handles stay theirs.
+void replaceObjects(std::vector<Object>& objects, std::vector<Object> current) {
+    for (Object& object : objects) {
+        const auto same =
+            std::find_if(current.begin(), current.end(),
+                         [&](const Object& candidate) { return isSame(object, candidate); });
+        object.gone = same == current.end();
+        if (!object.gone)
+            current.erase(same);
+    }
+    std::move(current.begin(), current.end(), std::back_inserter(objects));
+}
+
 CK_RV findObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE* entries, CK_ULONG count) {
     Call call = makeCall("C_FindObjectsInit", handle);
     call.entries = recorded(entries, count, true);
@@ -240,9 +259,13 @@ CK_RV findObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE* entries, CK_ULONG 
             return CKR_OPERATION_ACTIVE;
         session.searching = true;
         session.found.clear();
-        const std::vector<Object>& objects = findSlot(session.slot)->objects;
+        Slot& slot = *findSlot(session.slot);
+        if (auto current = slot.currentObjects ? slot.currentObjects() : std::nullopt)
+            replaceObjects(slot.objects, std::move(*current));
+        const std::vector<Object>& objects = slot.objects;
         for (std::size_t i = 0; i != objects.size(); ++i)
-            if (matches(objects[i], wanted) && (!objects[i].isPrivate || isLoggedIn(session)))
+            if (!objects[i].gone && matches(objects[i], wanted) &&
+                (!objects[i].isPrivate || isLoggedIn(session)))
                 session.found.push_back(static_cast<CK_OBJECT_HANDLE>(i + 1));
         return CKR_OK;
     });
@@ -310,7 +333,7 @@ CK_RV getAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle,
     call.entries = recorded(entries, count, false);
     return answerInSession(std::move(call), [&](Session& session) -> CK_RV {
         const std::vector<Object>& objects = findSlot(session.slot)->objects;
-        if (objectHandle == 0 || objectHandle > objects.size())
+        if (objectHandle == 0 || objectHandle > objects.size() || objects[objectHandle - 1].gone)
             return CKR_OBJECT_HANDLE_INVALID;
         CK_RV result = CKR_OK;
         for (CK_ULONG i = 0; i != count; ++i)

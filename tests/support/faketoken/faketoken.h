@@ -52,6 +52,8 @@ struct Value {
     /// is written than there is room for.
     std::optional<CK_ULONG> filledLength;
 
+    bool operator==(const Value&) const = default;
+
     Value() = default;
     Value(Bytes value) : bytes(std::move(value)) {}
 
@@ -69,6 +71,7 @@ struct Value {
 struct Object {
     std::map<CK_ATTRIBUTE_TYPE, Value> attributes;
     bool isPrivate = false; ///< found only after login
+    bool gone = false;      ///< was on the token; its handle stands for nothing any more
 };
 
 /// An X.509 certificate object. Leave out what it shall not have by erasing it afterwards.
@@ -109,6 +112,9 @@ struct Slot {
     /// process until the last of them is closed, so that a second one is refused.
     bool loginPerSession = false;
     std::vector<Object> objects;
+    /// If set, asked at each C_FindObjectsInit what is on the token from then on; no answer means
+    /// what was there before. An object that stays keeps its handle.
+    std::function<std::optional<std::vector<Object>>()> currentObjects;
 };
 
 /// An attribute as it stood in a template that the module was given.
@@ -146,6 +152,9 @@ struct Session {
     std::vector<CK_OBJECT_HANDLE> found; ///< what the search has still to give out
 };
 
+/// Whether something is so at the moment.
+using Condition = std::function<bool()>;
+
 /// Scripts the module and tells what happened to it. New with every loading of the module.
 class Control {
 public:
@@ -180,20 +189,42 @@ public:
     /// else, unless it is one that ends something (C_Finalize, C_CloseSession,
     /// C_FindObjectsFinal): that ends all the same.
     void fail(std::string_view function, std::size_t nth, CK_RV answer) {
-        if (std::find(std::begin(functionNames), std::end(functionNames), function) ==
-            std::end(functionNames))
-            throw std::invalid_argument("the fake token has no " + std::string(function));
-        failures_.push_back({std::string(function), count(function) + nth, answer});
+        requireFunction(function);
+        const std::size_t position = count(function) + nth;
+        failures_.push_back({{std::string(function), position, position, {}}, answer});
     }
     /// The same for the `nth` call of any function.
     void failAny(std::size_t nth, CK_RV answer) {
-        failures_.push_back({std::string(), calls.size() + nth, answer});
+        const std::size_t position = calls.size() + nth;
+        failures_.push_back({{{}, position, position, {}}, answer});
+    }
+    /// The same for the `nth` call of any function and every call after it.
+    void failFrom(std::size_t nth, CK_RV answer) {
+        failures_.push_back({{{}, calls.size() + nth, forever, {}}, answer});
+    }
+    /// The same for each call of a function at which the condition holds.
+    void failWhile(Condition condition, std::string_view function, CK_RV answer) {
+        requireFunction(function);
+        failures_.push_back({{std::string(function), 0, forever, std::move(condition)}, answer});
     }
 
-    /// Forgets the calls so far; what is open stays open.
+    /// The tokens are pulled out of their slots at the `nth` call of any function from now on, and
+    /// stay out. Their sessions end. C_GetSlotList finds no token, C_GetFunctionList, C_Initialize
+    /// and C_Finalize work, all other functions answer CKR_DEVICE_REMOVED.
+    void pullAt(std::size_t nth) { pulls_.push_back({{}, calls.size() + nth, forever, {}}); }
+    /// The tokens are out, likewise, at each call at which the condition holds, and back after it.
+    void pullWhile(Condition condition) {
+        pulls_.push_back({{}, 0, forever, std::move(condition)});
+    }
+    /// Whether the tokens were out at the last call.
+    bool tokensPulled() const { return tokensPulled_; }
+
+    /// Forgets the calls so far and what is scripted to fail or to be pulled; what is open stays
+    /// open.
     void forgetCalls() {
         calls.clear();
         failures_.clear();
+        pulls_.clear();
     }
 
     /// How often a function was called.
@@ -224,23 +255,57 @@ public:
                           [](const auto& session) { return session.second.searching; }));
     }
 
+    /// For the module: looks at a call that was just recorded whether the tokens are out.
+    void pullTokens() {
+        tokensPulled_ = std::any_of(pulls_.begin(), pulls_.end(),
+                                    [&](const Moments& pull) { return isNow(pull); });
+        if (tokensPulled_)
+            sessions.clear();
+    }
     /// For the module: what a call that was just recorded is scripted to answer.
     std::optional<CK_RV> scriptedAnswer(const Call& call) const {
         for (const Failure& failure : failures_)
-            if (failure.function.empty()
-                    ? failure.nth == calls.size()
-                    : failure.function == call.function && failure.nth == count(call.function))
+            if ((failure.moments.function.empty() || failure.moments.function == call.function) &&
+                isNow(failure.moments))
                 return failure.answer;
+        if (tokensPulled_ && needsToken(call.function))
+            return CK_RV{CKR_DEVICE_REMOVED};
         return std::nullopt;
     }
 
 private:
+    static constexpr std::size_t forever = static_cast<std::size_t>(-1);
+
+    /// From one call to another, counted from the first one on, as long as the condition holds.
+    struct Moments {
+        std::string function; ///< whose calls are counted; empty: all
+        std::size_t first;
+        std::size_t last;
+        Condition condition; ///< none: always
+    };
     struct Failure {
-        std::string function; ///< empty: any
-        std::size_t nth;
+        Moments moments;
         CK_RV answer;
     };
+
+    bool isNow(const Moments& moments) const {
+        const std::size_t now = moments.function.empty() ? calls.size() : count(moments.function);
+        return now >= moments.first && now <= moments.last &&
+               (!moments.condition || moments.condition());
+    }
+    static bool needsToken(std::string_view function) {
+        return function != "C_GetFunctionList" && function != "C_Initialize" &&
+               function != "C_Finalize" && function != "C_GetSlotList";
+    }
+    static void requireFunction(std::string_view function) {
+        if (std::find(std::begin(functionNames), std::end(functionNames), function) ==
+            std::end(functionNames))
+            throw std::invalid_argument("the fake token has no " + std::string(function));
+    }
+
     std::vector<Failure> failures_;
+    std::vector<Moments> pulls_;
+    bool tokensPulled_ = false;
 };
 
 /// The name and the type of the function that the module exports besides C_GetFunctionList.

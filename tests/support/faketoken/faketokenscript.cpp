@@ -6,18 +6,39 @@
 //     certificate value=HEX or value=@FILE [id=HEX] [label=TEXT]
 //     key [id=HEX]
 //         add an object to the last slot; without id there is an empty CKA_ID
+//     lie value|id|label [claimed=N] [filled=N]
+//         the last object's attribute claims to be so long when it is asked for its length, or
+//         after it was filled in; -1 is the length of what is not available
+//     objectsfrom FILE
+//         what is on the token of the last slot stands in that file, in statements certificate,
+//         key and lie; it is read anew at each C_FindObjectsInit. Whoever changes it while a
+//         program runs puts another file in its place, so that none is ever read half written
+//     slotcount N
+//     foundcount N
+//         so many slots or objects C_GetSlotList or C_FindObjects claims to have listed
 //     fail FUNCTION NTH ANSWER
 //     failany NTH ANSWER
 //         the NTH call (of FUNCTION) answers ANSWER
+//     failfrom NTH ANSWER
+//         the NTH call and all calls after it answer ANSWER
+//     failwhile FILE FUNCTION ANSWER
+//         FUNCTION answers ANSWER at each call at which there is such a file
+//     pulledat NTH
+//         the tokens are pulled out at the NTH call and stay out: C_GetSlotList finds no token,
+//         what needs one answers CKR_DEVICE_REMOVED
+//     pulledwhile FILE
+//         the tokens are out at each call at which there is such a file
 //     record FILE
 //         every call is written there once it is answered: its name, a blank, its answer in
 //         decimal
 //
-// Numbers are decimal, or hexadecimal with 0x.
+// Numbers are decimal, or hexadecimal with 0x. Functions that end something do so whatever they
+// answer.
 #include "faketokenscript.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -77,9 +98,9 @@ Bytes hex(const std::string& digits) {
 }
 
 Bytes fileOrHex(const std::string& value) {
-    if (value.front() != '@')
+    if (!value.starts_with('@'))
         return hex(value);
-    std::ifstream file(value.substr(1), std::ios::binary);
+    std::ifstream file(text(value.substr(1)), std::ios::binary);
     if (!file)
         throw std::runtime_error("cannot read " + value.substr(1));
     return Bytes(std::istreambuf_iterator<char>(file), {});
@@ -100,46 +121,148 @@ Slot makeSlot(const Statement& statement) {
     return slot;
 }
 
+CK_ATTRIBUTE_TYPE attributeType(const std::string& name) {
+    if (name == "value")
+        return CKA_VALUE;
+    if (name == "id")
+        return CKA_ID;
+    if (name == "label")
+        return CKA_LABEL;
+    throw std::runtime_error("unknown attribute " + name);
+}
+
+void addLie(std::vector<Object>& objects, const Statement& statement) {
+    if (objects.empty())
+        throw std::runtime_error("there is no object");
+    Value& value = objects.back().attributes[attributeType(statement[1])];
+    if (const auto length = statement.find("claimed"))
+        value.claimedLength = number(*length);
+    if (const auto length = statement.find("filled"))
+        value.filledLength = number(*length);
+}
+
+/// Does what a statement says about the objects of a token.
+/// \returns whether it is such a statement
+bool applyToObjects(std::vector<Object>& objects, const Statement& statement) {
+    const std::string& verb = statement[0];
+    if (verb == "certificate")
+        objects.push_back(certificate(fileOrHex(statement.find("value").value_or("")),
+                                      hex(statement.find("id").value_or("")),
+                                      text(statement.find("label").value_or(""))));
+    else if (verb == "key")
+        objects.push_back(privateKey(hex(statement.find("id").value_or(""))));
+    else if (verb == "lie")
+        addLie(objects, statement);
+    else
+        return false;
+    return true;
+}
+
+[[noreturn]] void giveUp(const std::string& path, int line, const char* reason) {
+    std::fprintf(stderr, "%s:%d: %s\n", path.c_str(), line, reason);
+    std::abort();
+}
+
+/// Has a function apply each statement of a file; ends the process where it cannot.
+/// \returns whether there is such a file
+template <class Apply>
+bool applyStatements(const std::string& path, Apply apply) {
+    std::ifstream file(path);
+    if (!file)
+        return false;
+    std::string line;
+    for (int lineNumber = 1; std::getline(file, line); ++lineNumber) {
+        try {
+            if (const Statement statement(line); !statement.empty())
+                apply(statement);
+        } catch (const std::exception& error) {
+            giveUp(path, lineNumber, error.what());
+        }
+    }
+    return true;
+}
+
+[[noreturn]] void refuse(const Statement& statement) {
+    throw std::runtime_error("unknown word " + statement[0]);
+}
+
+std::optional<std::vector<Object>> objectsIn(const std::string& path) {
+    std::vector<Object> objects;
+    const bool isThere = applyStatements(path, [&](const Statement& statement) {
+        if (!applyToObjects(objects, statement))
+            refuse(statement);
+    });
+    // While another file takes its place, it may be in use.
+    return isThere ? std::optional(std::move(objects)) : std::nullopt;
+}
+
+Condition exists(const std::string& path) {
+    return [path] {
+        std::error_code ignored;
+        return std::filesystem::exists(path, ignored);
+    };
+}
+
 class Reader {
 public:
     void apply(const Statement& statement) {
-        const std::string& verb = statement[0];
-        if (verb == "slot")
-            addSlot(makeSlot(statement));
-        else if (verb == "certificate")
-            addObject(certificate(fileOrHex(statement.find("value").value_or("")),
-                                  hex(statement.find("id").value_or("")),
-                                  text(statement.find("label").value_or(""))));
-        else if (verb == "key")
-            addObject(privateKey(hex(statement.find("id").value_or(""))));
-        else if (verb == "fail")
-            control.fail(statement[1], number(statement[2]), number(statement[3]));
-        else if (verb == "failany")
-            control.failAny(number(statement[1]), number(statement[2]));
-        else if (verb == "record")
-            recordFile = statement[1];
-        else
-            throw std::runtime_error("unknown word " + verb);
+        if (!applyToObjects(control.slots.back().objects, statement) && !applyToSlots(statement) &&
+            !applyToAnswers(statement))
+            refuse(statement);
     }
 
     Control control;
 
 private:
+    bool applyToSlots(const Statement& statement) {
+        const std::string& verb = statement[0];
+        if (verb == "slot")
+            addSlot(makeSlot(statement));
+        else if (verb == "objectsfrom")
+            takeObjectsFrom(text(statement[1]));
+        else if (verb == "slotcount")
+            control.claimedSlotCount = number(statement[1]);
+        else if (verb == "foundcount")
+            control.claimedFoundCount = number(statement[1]);
+        else
+            return false;
+        return true;
+    }
+    bool applyToAnswers(const Statement& statement) {
+        const std::string& verb = statement[0];
+        if (verb == "fail")
+            control.fail(statement[1], number(statement[2]), number(statement[3]));
+        else if (verb == "failany")
+            control.failAny(number(statement[1]), number(statement[2]));
+        else if (verb == "failfrom")
+            control.failFrom(number(statement[1]), number(statement[2]));
+        else if (verb == "failwhile")
+            control.failWhile(exists(text(statement[1])), statement[2], number(statement[3]));
+        else if (verb == "pulledat")
+            control.pullAt(number(statement[1]));
+        else if (verb == "pulledwhile")
+            control.pullWhile(exists(text(statement[1])));
+        else if (verb == "record")
+            recordFile = text(statement[1]);
+        else
+            return false;
+        return true;
+    }
+
     void addSlot(Slot slot) {
         if (!hasSlots_)
             control.slots.clear();
         hasSlots_ = true;
         control.slots.push_back(std::move(slot));
     }
-    void addObject(Object object) { control.slots.back().objects.push_back(std::move(object)); }
+    void takeObjectsFrom(const std::string& path) {
+        if (!objectsIn(path))
+            throw std::runtime_error("cannot read " + path);
+        control.slots.back().currentObjects = [path] { return objectsIn(path); };
+    }
 
     bool hasSlots_ = false;
 };
-
-[[noreturn]] void giveUp(const std::string& path, int line, const char* reason) {
-    std::fprintf(stderr, "%s:%d: %s\n", path.c_str(), line, reason);
-    std::abort();
-}
 
 } // namespace
 
@@ -148,18 +271,8 @@ Control scriptedControl() {
     const char* path = std::getenv("FAKETOKEN_SCRIPT");
     if (!path)
         return std::move(reader.control);
-    std::ifstream file(path);
-    if (!file)
+    if (!applyStatements(path, [&](const Statement& statement) { reader.apply(statement); }))
         giveUp(path, 0, "cannot be read");
-    std::string line;
-    for (int lineNumber = 1; std::getline(file, line); ++lineNumber) {
-        try {
-            if (const Statement statement(line); !statement.empty())
-                reader.apply(statement);
-        } catch (const std::exception& error) {
-            giveUp(path, lineNumber, error.what());
-        }
-    }
     return std::move(reader.control);
 }
 
