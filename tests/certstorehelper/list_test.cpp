@@ -1,4 +1,5 @@
 // Listing the certificates of a CSP, and the installed CSPs.
+#include "installedcsp.h"
 #include "storetest.h"
 
 #include <algorithm>
@@ -179,30 +180,6 @@ TEST_F(CertStoreHelperList, DecodesAlsoACertificateWhoseContainerIsTaken) {
     store.add({notDer, keyProvInfo(L"a", L"CSP"), {}, {}});
     EXPECT_THROW(list(L"CSP"), asn1::QuorError_Asn1_Decode);
 }
-
-/// A CSP that is installed for the length of a test. Needs the right to write to the machine's
-/// part of the registry.
-class InstalledCsp {
-public:
-    explicit InstalledCsp(const std::wstring& name) : key_(providersKey + name) {
-        HKEY key = nullptr;
-        if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, key_.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
-                            &key, nullptr) != ERROR_SUCCESS)
-            throw std::runtime_error("no CSP can be installed");
-        const DWORD type = PROV_RSA_FULL;
-        RegSetValueExW(key, L"Type", 0, REG_DWORD,
-                       static_cast<const BYTE*>(static_cast<const void*>(&type)), sizeof type);
-        RegCloseKey(key);
-    }
-    InstalledCsp(const InstalledCsp&) = delete;
-    InstalledCsp& operator=(const InstalledCsp&) = delete;
-    ~InstalledCsp() { RegDeleteKeyW(HKEY_LOCAL_MACHINE, key_.c_str()); }
-
-private:
-    static inline const std::wstring providersKey =
-        L"Software\\Microsoft\\Cryptography\\Defaults\\Provider\\";
-    std::wstring key_;
-};
 
 std::vector<std::wstring> installedCsps() {
     std::vector<std::wstring> names;
