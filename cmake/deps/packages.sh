@@ -9,7 +9,7 @@ declare -A packages=(
         g++-mingw-w64-x86-64-posix wine wine64
         googletest libboost-filesystem1.81-dev libboost1.81-dev libcli11-dev libp11-kit-dev
         libssl-dev nlohmann-json3-dev
-        gcab opensc openssl osslsigncode softhsm2 wixl'
+        gcab opensc openssl osslsigncode python3-pyte softhsm2 wixl'
     [coverage]='gcovr'
     [fuzz]='clang libclang-rt-dev llvm'
     [check]='clang-format clang-tidy cppcheck shellcheck'
