@@ -1,48 +1,14 @@
-// clean: removes what is registered for the CSP.
+// certstoreupdate clean: removes what is ours.
 #include "commands.h"
 
-#include "cspstore.h"
-#include "output.h"
+#include "cleaning.h"
+#include "csps.h"
 
 namespace updater {
 
-namespace {
-
-struct Counts {
-    std::size_t ours = 0;
-    std::size_t notOurs = 0;
-};
-
-Counts countListed(CspStore& store) {
-    Counts counts;
-    for (const auto& [container, item] : store.list())
-        ++(store.isOurs(container, item.certificate) ? counts.ours : counts.notOurs);
-    return counts;
-}
-
-std::wstring containers(std::size_t count) {
-    return std::to_wstring(count) + (count == 1 ? L" container" : L" containers");
-}
-
-} // namespace
-
-ExitCode cleanStore(const Options& options) {
-    CspStore store(options.store, options.csp);
-    const Counts before = countListed(store);
-    store.clean();
-    const Counts after = countListed(store);
-
-    const std::size_t removed = before.ours > after.ours ? before.ours - after.ours : 0;
-    writeData(removed == 0 ? L"nothing is left that this program registered\n"
-                           : L"removed what was registered for " + containers(removed) + L"\n");
-    if (after.notOurs != 0)
-        writeMessage(L"entries for " + containers(after.notOurs) +
-                     L" stay, because this program did not register them");
-    if (after.ours == 0)
-        return ExitCode::done;
-    writeMessage(L"the store kept what is registered for " + containers(after.ours) +
-                 L"; if you were asked and declined, run clean again");
-    return ExitCode::incomplete;
+void cleanStore(const Options& options, Output& output) {
+    warnUnlessInstalled(options.csp, output);
+    output.member("clean") = clean(options, output);
 }
 
 } // namespace updater

@@ -1,8 +1,12 @@
 // The command line.
 #include "commandline.h"
 
+#include "commandtexts.h"
 #include "failures.h"
+#include "helpformatter.h"
+#include "suggestion.h"
 #include "text.h"
+#include "version.h"
 
 #include <windows.h>
 
@@ -18,69 +22,62 @@ namespace updater {
 
 namespace {
 
-constexpr char description[] =
-    "Keeps a Windows certificate store in step with a PKCS#11 token, so that Windows programs\n"
-    "can use the token's keys through a cryptographic service provider (CSP).";
-
-constexpr char pinHelp[] =
-    "The PIN is asked for on the console, or taken from one of --pin-file, --pin-stdin and\n"
-    "--pin-env. It is tried once. No option takes the PIN itself: command lines can be read by\n"
-    "others.";
-
-struct CommandText {
-    Command command;
-    const char* name;
-    const char* description;
-    const char* details;
-};
-
-constexpr CommandText commandTexts[] = {
-    {Command::status, "status", "Show token and store side by side; changes nothing",
-     "States:\n"
-     "  in step          registered as it is on the token\n"
-     "  missing          on the token, not in the store; sync adds it\n"
-     "  changed          the token has another certificate for this key; sync replaces it\n"
-     "  bound otherwise  registered for another key container; sync binds it anew\n"
-     "  not ours         in the store, but not registered by this program: left alone\n"
-     "  duplicate        the same certificate is registered for another key of the token\n"
-     "  stale            registered, and no longer on the token; sync removes it\n"
-     "  foreign          bound to the CSP by another program, and not on the token: left alone\n"
-     "  token only       has no private key on the token, so that it is not registered"},
-    {Command::sync, "sync", "Register what is missing, then remove what is no longer on the token",
-     "Registers the certificates whose private keys are on the token. Only what differs is\n"
-     "changed, and nothing is removed that this program did not register. The token is the one in\n"
-     "the module's first slot that holds one; what another token registered for the same CSP\n"
-     "counts as no longer on the token."},
-    {Command::list, "list", "List what is registered for the CSP",
-     "Entries that are bound to the CSP but were not registered by this program are listed as\n"
-     "\"not ours\"."},
-    {Command::clean, "clean", "Remove everything that this program registered for the CSP",
-     "Needs no token. Entries that this program did not register stay."},
-};
-
 bool needsToken(Command command) {
-    return command == Command::status || command == Command::sync;
+    return command == Command::status || command == Command::sync || command == Command::watch;
+}
+
+bool usesStore(Command command) {
+    return needsToken(command) || command == Command::list || command == Command::clean;
+}
+
+const CommandText& textOf(Command command) {
+    return *std::find_if(std::begin(commandTexts), std::end(commandTexts),
+                         [=](const CommandText& text) { return text.command == command; });
+}
+
+std::string indented(const std::string& lines) {
+    std::string text = "  ";
+    for (const char c : lines)
+        text += c == '\n' ? std::string("\n  ") : std::string(1, c);
+    return text;
 }
 
 /// What the options are parsed into: UTF-8, as they come.
 struct RawOptions {
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
     std::string module;
+    bool allowUnsignedModule = false;
     std::string csp;
     std::string store = "MY";
     std::string pinFile;
     bool pinStdin = false;
     std::string pinEnvironment;
+    bool authorities = false;
+    bool others = false;
+    bool dryRun = false;
+    double interval = 2;
+    bool clean = false;
+    std::vector<std::string> paths;
+    bool recursive = false;
 };
 
 class Parser {
 public:
-    Parser() : app_(description, "certstoreupdate") {
+    Parser() : app_(programSummary, "certstoreupdate") {
         app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
         app_.set_help_flag("-h,--help", "Show this help, or that of a command");
+        app_.set_version_flag("--version", std::string("certstoreupdate ") + version,
+                              "Show the version");
         app_.failure_message([](const CLI::App*, const CLI::Error&) { return std::string(); });
-        app_.footer("certstoreupdate COMMAND --help tells more about a command.\n\n" +
-                    exitCodeHelp());
+        app_.formatter(std::make_shared<HelpFormatter>());
+        app_.footer(
+            "\"certstoreupdate COMMAND --help\" tells more about a command and gives "
+            "examples.\n\nEnvironment:\n"
+            "  NO_COLOR  if it is set and not empty, there are no colours on a console\n\n" +
+            exitCodeHelp());
         for (const CommandText& text : commandTexts)
             addCommand(text);
     }
@@ -91,6 +88,8 @@ public:
             app_.parse(std::move(reversed));
         } catch (const CLI::CallForHelp&) {
             return HelpText{toWide(app_.help())};
+        } catch (const CLI::CallForVersion& asked) {
+            return HelpText{toWide(asked.what()) + L"\n"};
         } catch (const CLI::ParseError& error) {
             throw usageError(error);
         }
@@ -99,38 +98,104 @@ public:
 
 private:
     void addCommand(const CommandText& text) {
-        CLI::App* command = app_.add_subcommand(text.name, text.description);
-        command->add_option("--csp", raw_.csp, "Name of the CSP that serves the token's keys")
-            ->type_name("NAME")
-            ->required();
-        command->add_option("--store", raw_.store, "System store of the current user")
-            ->type_name("NAME")
-            ->capture_default_str();
-        std::string details = text.details;
-        if (needsToken(text.command)) {
+        CLI::App* command = app_.add_subcommand(text.name, text.summary)->group("Commands");
+        if (needsToken(text.command))
             addTokenOptions(*command);
-            details += std::string("\n\n") + pinHelp;
-        }
-        command->footer(details);
+        if (usesStore(text.command))
+            addStoreOptions(*command, text.command);
+        addOwnOptions(*command, text.command);
+        addOutputOptions(*command);
+
+        std::string details = text.details;
+        if (needsToken(text.command))
+            details += std::string("\n\n") + pinHelp + "\n\n" + moduleHelp;
+        command->footer(details + "\n\nExamples:\n" + indented(text.examples));
     }
 
     void addTokenOptions(CLI::App& command) {
         command
             .add_option("--module", raw_.module,
                         "The token's PKCS#11 module. A name without a folder is looked for beside "
-                        "this program and in the system folder only")
+                        "this program and in the system's folder only")
             ->type_name("FILE")
-            ->required();
+            ->required()
+            ->group("Token");
+        command
+            .add_flag("--allow-unsigned-module", raw_.allowUnsignedModule,
+                      "Load the module even if Windows does not trust its signature")
+            ->group("Token");
         auto* file = command.add_option("--pin-file", raw_.pinFile, "Read the PIN from a file")
-                         ->type_name("FILE");
+                         ->type_name("FILE")
+                         ->group("Token");
         auto* input =
-            command.add_flag("--pin-stdin", raw_.pinStdin, "Read the PIN from standard input");
+            command.add_flag("--pin-stdin", raw_.pinStdin, "Read the PIN from standard input")
+                ->group("Token");
         auto* environment = command
                                 .add_option("--pin-env", raw_.pinEnvironment,
                                             "Take the PIN from an environment variable")
-                                ->type_name("NAME");
+                                ->type_name("NAME")
+                                ->group("Token");
         file->excludes(input)->excludes(environment);
         input->excludes(environment);
+        command.add_flag("--ca", raw_.authorities, "Include certificates of authorities")
+            ->group("Token");
+        command
+            .add_flag("--other", raw_.others,
+                      "Include certificates that are neither self-signed nor an authority's")
+            ->group("Token");
+    }
+
+    void addStoreOptions(CLI::App& command, Command kind) {
+        auto* csp = command
+                        .add_option("--csp", raw_.csp,
+                                    kind == Command::list
+                                        ? "Name of one CSP; without it, all that are installed"
+                                        : "Name of the CSP that serves the token's keys")
+                        ->type_name("NAME")
+                        ->group("Store");
+        if (kind != Command::list)
+            csp->required();
+        command.add_option("--store", raw_.store, "System store of the current user")
+            ->type_name("NAME")
+            ->capture_default_str()
+            ->group("Store");
+    }
+
+    void addOwnOptions(CLI::App& command, Command kind) {
+        if (kind == Command::sync)
+            command.add_flag("--dry-run", raw_.dryRun,
+                             "Tell what would be changed, and change nothing");
+        if (kind == Command::watch) {
+            command
+                .add_option("--interval", raw_.interval,
+                            "From one look at the token to the next, 0.1 to 86400")
+                ->type_name("SECONDS")
+                ->check(CLI::Range(0.1, 86400.0))
+                ->capture_default_str();
+            command.add_flag("--clean", raw_.clean,
+                             "Remove what is registered for the CSP when the token leaves");
+        }
+        if (kind == Command::verify)
+            command.add_option("FILE", raw_.paths, "Files")->required();
+        if (kind == Command::grant) {
+            command.add_option("PATH", raw_.paths, "Files and folders")->required();
+            command.add_flag("--recursive", raw_.recursive,
+                             "With a folder's contents, two levels down");
+        }
+    }
+
+    void addOutputOptions(CLI::App& command) {
+        constexpr char group[] = "Output";
+        command.add_flag("--json", raw_.json, "Data as JSON (docs/json.md), for programs")
+            ->group(group);
+        auto* quiet = command
+                          .add_flag("--quiet", raw_.quiet,
+                                    "Only what was asked for, and failures; no reports, notes and "
+                                    "warnings")
+                          ->group(group);
+        auto* verbose =
+            command.add_flag("--verbose", raw_.verbose, "Also the steps on the way")->group(group);
+        quiet->excludes(verbose);
     }
 
     const CommandText& chosenCommand() const {
@@ -143,10 +208,20 @@ private:
         const CommandText& command = chosenCommand();
         Options options;
         options.command = command.command;
+        options.output = {raw_.json, raw_.quiet, raw_.verbose};
         options.module = toWide(raw_.module);
+        options.signing = raw_.allowUnsignedModule ? ModuleFile::Signing::notRequired
+                                                   : ModuleFile::Signing::required;
         options.csp = toWide(raw_.csp);
         options.store = toWide(raw_.store);
         options.pin = pinSource(*app_.get_subcommand(command.name));
+        options.selection = {raw_.authorities, raw_.others};
+        options.dryRun = raw_.dryRun;
+        options.interval = std::chrono::milliseconds(static_cast<long long>(raw_.interval * 1000));
+        options.cleanWhenGone = raw_.clean;
+        for (const std::string& path : raw_.paths)
+            options.paths.push_back(toWide(path));
+        options.recursive = raw_.recursive;
         check(options);
         return options;
     }
@@ -166,34 +241,75 @@ private:
         return {};
     }
 
-    static void check(const Options& options) {
-        // Without a name the library means every CSP; a line end would break its records.
-        if (options.csp.empty())
-            throw usage(L"--csp must not be empty");
-        if (options.csp.find(L'\n') != std::wstring::npos)
-            throw usage(L"--csp must be one line");
-        if (options.store.empty())
-            throw usage(L"--store must not be empty");
+    void check(const Options& options) const {
+        if (usesStore(options.command)) {
+            // Without a name the library means every CSP; a line end would break its records.
+            const bool cspIsGiven =
+                app_.get_subcommand(nameOf(options.command))->count("--csp") != 0;
+            if (cspIsGiven && options.csp.empty())
+                throw usage(L"--csp must not be empty");
+            if (options.csp.find(L'\n') != std::wstring::npos)
+                throw usage(L"--csp must be one line");
+            if (options.store.empty())
+                throw usage(L"--store must not be empty");
+        }
         if (needsToken(options.command) && options.module.empty())
             throw usage(L"--module must not be empty");
+        for (const std::wstring& path : options.paths)
+            if (path.empty())
+                throw usage(L"a path must not be empty");
     }
 
-    static Failure usage(const std::wstring& complaint) {
-        return {ExitCode::usage, complaint + L"; certstoreupdate --help tells more"};
+    static Failure usage(const std::wstring& complaint, const std::string& command = "") {
+        return {ExitCode::usage, complaint + L"; \"certstoreupdate " +
+                                     toWide(command.empty() ? "" : command + " ") +
+                                     L"--help\" tells more"};
     }
 
     /// An unknown option is worth more as an explanation than what is missing for it, and the
     /// value behind it, which may be a PIN, is nobody's business.
     Failure usageError(const CLI::ParseError& error) const {
+        const auto commands = app_.get_subcommands();
+        const CLI::App& context = commands.empty() ? app_ : *commands.front();
+        const std::string command = commands.empty() ? "" : context.get_name();
         for (const std::string& argument : app_.remaining(true))
-            if (argument.size() > 1 && argument.front() == '-')
-                return usage(L"there is no option " +
-                             toWide(argument.substr(0, argument.find('='))));
+            if (argument.size() > 1 && argument.front() == '-') {
+                const std::string name = argument.substr(0, argument.find('='));
+                return usage(L"there is no option " + toWide(name) +
+                                 didYouMean(name, optionsOf(context)),
+                             command);
+            }
+        if (commands.empty()) {
+            const std::vector<std::string> typed = app_.remaining(true);
+            if (typed.empty())
+                return usage(L"a command is missing");
+            // Whatever is no command is not repeated: it may be a PIN.
+            return usage(L"there is no such command" + didYouMean(typed.front(), commandNames()));
+        }
         if (dynamic_cast<const CLI::ExtrasError*>(&error))
-            return usage(L"there is an argument too many");
-        if (app_.get_subcommands().empty())
-            return usage(L"a command is missing or unknown");
-        return usage(toWide(error.what()));
+            return usage(L"there is an argument too many", command);
+        return usage(toWide(error.what()), command);
+    }
+
+    static std::wstring didYouMean(const std::string& typed,
+                                   const std::vector<std::string>& names) {
+        const auto name = nearest(typed, names);
+        return name ? L" (did you mean " + toWide(*name) + L"?)" : L"";
+    }
+
+    static std::vector<std::string> commandNames() {
+        std::vector<std::string> names;
+        for (const CommandText& text : commandTexts)
+            names.emplace_back(text.name);
+        return names;
+    }
+
+    static std::vector<std::string> optionsOf(const CLI::App& app) {
+        std::vector<std::string> names;
+        for (const CLI::Option* option : app.get_options())
+            for (const std::string& name : option->get_lnames())
+                names.push_back("--" + name);
+        return names;
     }
 
     CLI::App app_;
@@ -204,6 +320,14 @@ private:
 
 std::variant<Options, HelpText> parseCommandLine(const std::vector<std::string>& arguments) {
     return Parser().parse(arguments);
+}
+
+bool asksForJson(const std::vector<std::string>& arguments) {
+    return std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+}
+
+const char* nameOf(Command command) {
+    return textOf(command).name;
 }
 
 std::vector<std::string> processArguments() {

@@ -1,25 +1,42 @@
 // The command line.
 #pragma once
 
+#include "modulefile.h"
+#include "output.h"
 #include "pin.h"
+#include "selection.h"
 
+#include <chrono>
 #include <string>
 #include <variant>
 #include <vector>
 
 namespace updater {
 
-enum class Command { status, sync, list, clean };
+enum class Command { status, sync, watch, list, clean, csps, verify, grant };
 
+/// What the command line says. Members that a command has no option for keep their defaults.
 struct Options {
     Command command = Command::status;
-    std::wstring module{}; ///< of status and sync
-    std::wstring csp{};
+    OutputOptions output{};
+
+    std::wstring csp{}; ///< of list: empty for all that are installed
     std::wstring store = L"MY";
-    PinSource pin{}; ///< of status and sync
+
+    std::wstring module{};
+    ModuleFile::Signing signing = ModuleFile::Signing::required;
+    PinSource pin{};
+    Selection selection{};
+
+    bool dryRun = false;                      ///< of sync
+    std::chrono::milliseconds interval{2000}; ///< of watch: from one look at the token to the next
+    bool cleanWhenGone = false;               ///< of watch
+
+    std::vector<std::wstring> paths{}; ///< of verify and grant
+    bool recursive = false;            ///< of grant
 };
 
-/// Text that was asked for by --help.
+/// Text that was asked for by --help or --version.
 struct HelpText {
     std::wstring text;
 };
@@ -27,6 +44,12 @@ struct HelpText {
 /// \param arguments in UTF-8, without the program's name
 /// \throws Failure (usage)
 std::variant<Options, HelpText> parseCommandLine(const std::vector<std::string>& arguments);
+
+/// Whether the arguments ask for JSON, even if they cannot be parsed otherwise.
+bool asksForJson(const std::vector<std::string>& arguments);
+
+/// The name of a command.
+const char* nameOf(Command command);
 
 /// The arguments that this process was started with.
 std::vector<std::string> processArguments();

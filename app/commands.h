@@ -2,15 +2,18 @@
 #pragma once
 
 #include "commandline.h"
-#include "failures.h"
+#include "output.h"
 
 namespace updater {
 
-// Each writes its result to standard output and its complaints to standard error, and throws
-// Failure where it cannot go on.
-ExitCode showStatus(const Options& options);
-ExitCode synchroniseStore(const Options& options);
-ExitCode listRegistered(const Options& options);
-ExitCode cleanStore(const Options& options);
+// Each tells `output` its result and its complaints, and throws Failure where it cannot go on.
+void showStatus(const Options& options, Output& output);
+void synchroniseStore(const Options& options, Output& output);
+void watchToken(const Options& options, Output& output);
+void listRegistered(const Options& options, Output& output);
+void cleanStore(const Options& options, Output& output);
+void listCsps(const Options& options, Output& output);
+void verifyFiles(const Options& options, Output& output);
+void grantAccess(const Options& options, Output& output);
 
 } // namespace updater

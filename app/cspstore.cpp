@@ -2,10 +2,7 @@
 #include "cspstore.h"
 
 #include "certificatetext.h"
-#include "der.h"
 #include "failures.h"
-#include "nametext.h"
-#include "oids.h"
 #include "text.h"
 
 namespace updater {
@@ -17,17 +14,6 @@ namespace {
 
 std::wstring nameOf(const Buffer<wchar_t>& container, const asn1::Certificate& cert) {
     return L"\"" + subjectText(cert) + L"\" (" + toString(container) + L")";
-}
-
-/// Makes the name that a registration without a label gives, for the errors that this may meet.
-void requireSubjectName(const asn1::Certificate& cert) {
-    const asn1::RDNSequence subject = cert.subject().rdnSequence;
-    if (const auto commonName = subject.find(asn1::id_at_commonName, 1)) {
-        asn1::DirectoryString name;
-        asn1::der::decode(commonName->value.encoding(), name);
-        asn1::toText(name);
-    } else
-        asn1::toText(subject);
 }
 
 } // namespace
@@ -45,9 +31,14 @@ CertMap CspStore::list() {
     return reading([&] { return std::move(*store_.listCertsByCsp(csp_, false)); });
 }
 
-bool CspStore::isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) {
-    return reading(
-        [&] { return store_.findCspCertificate(csp_, toString(container), cert, true); });
+bool CspStore::isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+    return reading([&] {
+        const auto isRegistered = [&](bool requireKeyProvInfo) {
+            return store_.findCspCertificate(csp_, toString(container), wanted.item.certificate,
+                                             requireKeyProvInfo);
+        };
+        return wanted.hasKey ? isRegistered(true) : isRegistered(false) && !isRegistered(true);
+    });
 }
 
 bool CspStore::isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) {
@@ -62,20 +53,20 @@ bool CspStore::isPresent(const asn1::Certificate& cert) {
     return reading([&] { return store_.findCertificate(cert); });
 }
 
-void CspStore::requireUsable(const Buffer<wchar_t>& container, const CertItem& item) {
-    during({Activity::Kind::add, nameOf(container, item.certificate)}, [&] {
-        store_.getKeySpec(item.certificate);
-        if (*item.label.c_str() == 0)
-            requireSubjectName(item.certificate);
+void CspStore::requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+    during({Activity::Kind::add, nameOf(container, wanted.item.certificate)}, [&] {
+        if (wanted.hasKey)
+            store_.getKeySpec(wanted.item.certificate);
+        friendlyName(wanted.item);
     });
 }
 
-void CspStore::add(const Buffer<wchar_t>& container, const CertItem& item) {
-    const Activity adding{Activity::Kind::add, nameOf(container, item.certificate)};
-    during(adding, [&] {
+void CspStore::add(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+    const CertItem& item = wanted.item;
+    during({Activity::Kind::add, nameOf(container, item.certificate)}, [&] {
         try {
             store_.addCspCertificate(csp_, toString(container), item.label.c_str(),
-                                     item.certificate, true);
+                                     item.certificate, wanted.hasKey);
         } catch (const CertStoreUpdaterError_AddCertificateToStoreFailed&) {
             throw;
         } catch (...) {

@@ -16,12 +16,12 @@ public:
     CspStore(const std::wstring& store, const std::wstring& csp);
 
     CertMap list() override;
-    bool isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
+    bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
     bool isOurs(const asn1::Certificate& cert) override;
     bool isPresent(const asn1::Certificate& cert) override;
-    void requireUsable(const Buffer<wchar_t>& container, const CertItem& item) override;
-    void add(const Buffer<wchar_t>& container, const CertItem& item) override;
+    void requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
+    void add(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void remove(const asn1::Certificate& cert) override;
 
     /// Removes all entries that are ours. Ends silently where the user declines one.

@@ -21,22 +21,25 @@ using Kind = Activity::Kind;
 
 struct ExitCodeRow {
     ExitCode code;
+    const char* family;
     const char* meaning;
 };
 
 constexpr ExitCodeRow exitCodes[] = {
-    {ExitCode::done, "done"},
-    {ExitCode::unexpected, "something unexpected, such as no memory or no place for the output"},
-    {ExitCode::usage, "the command line, or a PIN source that cannot be read"},
-    {ExitCode::module, "the PKCS#11 module cannot be loaded or does not start"},
-    {ExitCode::tokenAbsent, "no token is present, or its user PIN has not been set"},
-    {ExitCode::pinRefused, "the token refused the PIN"},
-    {ExitCode::certificate, "a certificate is malformed"},
-    {ExitCode::store, "the certificate store"},
-    {ExitCode::signature, "a signature that Windows does not trust"},
-    {ExitCode::permissions, "file permissions"},
-    {ExitCode::token, "any other fault of the token or its module"},
-    {ExitCode::incomplete,
+    {ExitCode::done, "done", "done"},
+    {ExitCode::unexpected, "unexpected",
+     "something unexpected, such as no memory or no place for the output"},
+    {ExitCode::usage, "usage", "the command line, or a PIN source that cannot be read"},
+    {ExitCode::module, "module", "the PKCS#11 module cannot be loaded or does not start"},
+    {ExitCode::tokenAbsent, "token-absent",
+     "no token is present, or its user PIN has not been set"},
+    {ExitCode::pinRefused, "pin-refused", "the token refused the PIN"},
+    {ExitCode::certificate, "certificate", "a certificate is malformed"},
+    {ExitCode::store, "store", "the certificate store"},
+    {ExitCode::signature, "signature", "a signature that Windows does not trust"},
+    {ExitCode::permissions, "permissions", "file permissions"},
+    {ExitCode::token, "token", "any other fault of the token or its module"},
+    {ExitCode::incomplete, "incomplete",
      "not everything could be done: an entry that is not ours is in the way,\n"
      "      or the store refused a change"},
 };
@@ -222,6 +225,40 @@ Failure storeFailure(const Activity& activity, const korv::GenericEvent& event) 
     return {ExitCode::store, whatFailedInStore(activity)};
 }
 
+Failure signatureFailure(const Activity& activity) {
+    if (activity.kind == Kind::verifyModule)
+        return {ExitCode::signature,
+                L"the module " + quoted(activity.subject) +
+                    L" was not loaded, because Windows does not trust its signature; get a signed "
+                    L"one from whoever made it or, if you know that this one is right, say "
+                    L"--allow-unsigned-module"};
+    return {ExitCode::signature,
+            L"Windows does not trust the signature of " + quoted(activity.subject) +
+                L", or it has none; the file's properties in Explorer tell more"};
+}
+
+std::wstring adviceOnAccess(const std::wstring& systemError) {
+    constexpr unsigned long fileNotFound = 2;
+    constexpr unsigned long pathNotFound = 3;
+    constexpr unsigned long accessDenied = 5;
+    switch (std::wcstoul(systemError.c_str(), nullptr, 10)) {
+    case fileNotFound:
+    case pathNotFound:
+        return L"it does not exist";
+    case accessDenied:
+        return L"you may not change them; run this as the owner or as administrator";
+    default:
+        return L"check that it lies on a disk that has permissions, such as one with NTFS";
+    }
+}
+
+Failure permissionFailure(const Activity& activity, const korv::GenericEvent& event) {
+    const auto* const error = event.param(L"error");
+    return {ExitCode::permissions, L"the permissions of " + quoted(activity.subject) +
+                                       L" cannot be changed: " +
+                                       adviceOnAccess(error ? toString(*error) : std::wstring())};
+}
+
 bool isAboutToken(Kind kind) {
     return kind == Kind::loadModule || kind == Kind::logIn || kind == Kind::readToken ||
            kind == Kind::unloadModule;
@@ -245,11 +282,12 @@ Failure inWords(const Activity& activity, const korv::GenericEvent& event) {
         return {ExitCode::tokenAbsent,
                 L"the token's user PIN has not been set; set it with the token's own tool"};
     if (dynamic_cast<const CertStoreUpdaterError_InvalidFileSignature*>(&event))
-        return {ExitCode::signature,
-                L"Windows does not trust the signature of " + quoted(activity.subject)};
+        return signatureFailure(activity);
     if (dynamic_cast<const CertStoreUpdaterError_InvalidConfiguration*>(&event))
-        return {ExitCode::permissions,
-                L"the permissions of " + quoted(activity.subject) + L" cannot be changed"};
+        return permissionFailure(activity, event);
+    if (activity.kind == Kind::listCsps)
+        return {ExitCode::unexpected, L"the installed CSPs cannot be listed; if one is being "
+                                      L"installed or removed right now, try again afterwards"};
     if (dynamic_cast<const pkcs11::Pkcs11Error*>(&event))
         return tokenFailure(activity, event);
     if (isMalformedCertificate(activity, event))
@@ -264,15 +302,29 @@ Failure inWords(const Activity& activity, const korv::GenericEvent& event) {
 std::string exitCodeHelp() {
     std::ostringstream text;
     text << "Exit codes:\n";
-    for (const auto& [code, meaning] : exitCodes) {
+    for (const auto& [code, family, meaning] : exitCodes) {
         text.width(4);
         text << static_cast<int>(code) << "  " << meaning << '\n';
     }
     return text.str();
 }
 
-Failure::Failure(ExitCode code, std::wstring line)
-    : code_(code), line_(std::move(line)), what_(toUtf8(line_)) {}
+const char* familyOf(ExitCode code) {
+    const auto* const row =
+        std::find_if(std::begin(exitCodes), std::end(exitCodes),
+                     [code](const ExitCodeRow& candidate) { return candidate.code == code; });
+    return row->family;
+}
+
+Failure::Failure(ExitCode code, std::wstring sentence)
+    : code_(code), sentence_(std::move(sentence)), what_(toUtf8(line())) {}
+
+Failure::Failure(ExitCode code, std::wstring sentence, const korv::GenericEvent& event)
+    : code_(code), sentence_(std::move(sentence)), event_(event.clone()), what_(toUtf8(line())) {}
+
+std::wstring Failure::line() const {
+    return event_ ? sentence_ + L" (" + describe(*event_) + L")" : sentence_;
+}
 
 std::wstring describe(const korv::GenericEvent& event) {
     std::wstring text = toWide(event.what());
@@ -288,7 +340,7 @@ std::wstring describe(const korv::GenericEvent& event) {
 
 Failure explain(const Activity& activity, const korv::GenericEvent& event) {
     const Failure failure = inWords(activity, event);
-    return {failure.code(), failure.line() + L" (" + describe(event) + L")"};
+    return {failure.code(), failure.sentence(), event};
 }
 
 } // namespace updater

@@ -4,6 +4,7 @@
 #include "genericevent.h"
 
 #include <exception>
+#include <memory>
 #include <string>
 
 namespace updater {
@@ -27,21 +28,30 @@ enum class ExitCode : int {
 /// The table of exit codes as --help shows it.
 std::string exitCodeHelp();
 
-/// A failure in words for the person at the keyboard: what failed, on what, and what to do. It
-/// is one line without a full stop; behind it, in parentheses, stands the event that it is about,
-/// if there was one.
+/// The name of a family of failures for programs: "pin-refused".
+const char* familyOf(ExitCode code);
+
+/// A failure in words for the person at the keyboard: what failed, on what, and what to do; and
+/// the event that it is about, if there was one.
 class Failure : public std::exception {
 public:
-    Failure(ExitCode code, std::wstring line);
+    Failure(ExitCode code, std::wstring sentence);
+    Failure(ExitCode code, std::wstring sentence, const korv::GenericEvent& event);
 
     ExitCode code() const noexcept { return code_; }
-    const std::wstring& line() const noexcept { return line_; }
+    /// One sentence, without a full stop.
+    const std::wstring& sentence() const noexcept { return sentence_; }
+    /// The event with all that led to it, or null.
+    const korv::GenericEvent* event() const noexcept { return event_.get(); }
+    /// The sentence and, in parentheses, the event.
+    std::wstring line() const;
     /// The line in UTF-8.
     const char* what() const noexcept override { return what_.c_str(); }
 
 private:
     ExitCode code_;
-    std::wstring line_;
+    std::wstring sentence_;
+    std::shared_ptr<const korv::GenericEvent> event_;
     std::string what_;
 };
 
@@ -57,6 +67,10 @@ struct Activity {
         add,          ///< subject: the certificate's subject and container
         remove,       ///< subject: the certificate's subject and container
         clean,        ///< subject: the CSP
+        listCsps,     ///< no subject
+        verify,       ///< subject: the file
+        verifyModule, ///< subject: the module's file
+        grant,        ///< subject: the path
     };
     Kind kind;
     std::wstring subject;

@@ -8,32 +8,85 @@
 #include <windows.h>
 
 #include <new>
+#include <variant>
 
 namespace {
 
 using namespace updater;
 
-ExitCode run(const Options& options) {
+void run(const Options& options, Output& output) {
     switch (options.command) {
     case Command::status:
-        return showStatus(options);
+        return showStatus(options, output);
     case Command::sync:
-        return synchroniseStore(options);
+        return synchroniseStore(options, output);
+    case Command::watch:
+        return watchToken(options, output);
     case Command::list:
-        return listRegistered(options);
+        return listRegistered(options, output);
     case Command::clean:
-        return cleanStore(options);
+        return cleanStore(options, output);
+    case Command::csps:
+        return listCsps(options, output);
+    case Command::verify:
+        return verifyFiles(options, output);
+    case Command::grant:
+        return grantAccess(options, output);
     }
-    return ExitCode::unexpected;
 }
 
-ExitCode run() {
-    const auto request = parseCommandLine(processArguments());
-    if (const auto* help = std::get_if<HelpText>(&request)) {
-        writeData(help->text);
-        return ExitCode::done;
+/// Calls `function`; whatever goes wrong is told to `output`.
+/// \returns the exit code
+template <class Function>
+ExitCode withFailuresTold(Output& output, Function function) {
+    const auto tell = [&](const Failure& failure) {
+        output.fail(failure);
+        return failure.code();
+    };
+    try {
+        return function();
+    } catch (const Failure& failure) {
+        return tell(failure);
+    } catch (const std::bad_alloc&) {
+        return tell({ExitCode::unexpected, L"there is not enough memory"});
+    } catch (const korv::GenericEvent& event) {
+        return tell({ExitCode::unexpected, L"something unexpected happened", event});
+    } catch (const std::exception& error) {
+        return tell(
+            {ExitCode::unexpected, L"something unexpected happened: " + toWide(error.what())});
     }
-    return run(std::get<Options>(request));
+}
+
+OutputOptions outputOf(const Options& options) {
+    OutputOptions output = options.output;
+    output.lines = options.command == Command::watch;
+    return output;
+}
+
+/// Does what `function` does and tells what came of it.
+template <class Function>
+ExitCode toItsEnd(Output output, Function function) {
+    const ExitCode thrown = withFailuresTold(output, [&] {
+        function(output);
+        return ExitCode::done;
+    });
+    const ExitCode written = withFailuresTold(output, [&] { return output.finish(); });
+    return written != ExitCode::done ? written : thrown;
+}
+
+ExitCode run(const std::vector<std::string>& arguments) {
+    std::variant<Options, HelpText> request;
+    try {
+        request = parseCommandLine(arguments);
+    } catch (const Failure& failure) {
+        return toItsEnd(Output("", {asksForJson(arguments)}),
+                        [&](Output& output) { output.fail(failure); });
+    }
+    if (const auto* const help = std::get_if<HelpText>(&request))
+        return Stream::standardOutput().write(help->text) ? ExitCode::done : ExitCode::unexpected;
+    const Options& options = std::get<Options>(request);
+    return toItsEnd(Output(nameOf(options.command), outputOf(options)),
+                    [&](Output& output) { run(options, output); });
 }
 
 /// A module that cannot be loaded is told by the exit code, not by a dialog; and nothing is ever
@@ -47,17 +100,10 @@ void preparePlatform() {
 
 int main() {
     preparePlatform();
-    const Utf8Console console;
-    ExitCode code = ExitCode::unexpected;
     try {
-        code = run();
-    } catch (const Failure& failure) {
-        writeMessage(failure.line());
-        code = failure.code();
-    } catch (const std::bad_alloc&) {
-        writeMessage(L"there is not enough memory");
-    } catch (const std::exception& error) {
-        writeMessage(L"something unexpected happened: " + toWide(error.what()));
+        return static_cast<int>(run(processArguments()));
+    } catch (const std::exception&) {
+        // Not even a message can be written.
+        return static_cast<int>(ExitCode::unexpected);
     }
-    return static_cast<int>(code);
 }

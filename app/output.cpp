@@ -1,79 +1,123 @@
-// What the program says: data on standard output, messages on standard error, both in UTF-8.
+// What the program says: data on standard output, for people or as JSON, and messages on standard
+// error.
 #include "output.h"
 
-#include "failures.h"
 #include "text.h"
+#include "version.h"
 
-#include <windows.h>
-
-#include <algorithm>
-#include <cstdio>
+#include <utility>
 
 namespace updater {
 
 namespace {
 
-bool write(std::FILE* stream, std::wstring_view text) {
-    const std::string utf8 = toUtf8(text);
-    return std::fwrite(utf8.data(), 1, utf8.size(), stream) == utf8.size() &&
-           std::fflush(stream) == 0;
-}
-
-bool isLowSurrogate(wchar_t unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-/// In characters; a surrogate pair is one.
-std::size_t widthOf(std::wstring_view text) {
-    return text.size() -
-           static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isLowSurrogate));
+Json toJson(const korv::GenericEvent& event) {
+    Json parameters = Json::array();
+    for (const auto& [key, value] : event.params())
+        parameters.push_back({{"key", toUtf8(toString(key))}, {"value", toUtf8(toString(value))}});
+    Json json{{"name", event.what()},
+              {"file", toUtf8(toString(event.file()))},
+              {"line", event.line()},
+              {"parameters", std::move(parameters)}};
+    if (event.parent())
+        json["cause"] = toJson(*event.parent());
+    return json;
 }
 
 } // namespace
 
-Utf8Console::Utf8Console() : codePageBefore_(GetConsoleOutputCP()) {
-    SetConsoleOutputCP(CP_UTF8);
+Output::Output(std::string command, OutputOptions options)
+    : options_(options), document_{{"schema", 1},
+                                   {"program", "certstoreupdate"},
+                                   {"version", version},
+                                   {"command", std::move(command)},
+                                   {"exitCode", 0},
+                                   {"warnings", Json::array()},
+                                   {"errors", Json::array()}} {}
+
+void Output::show(std::wstring_view line) const {
+    if (!options_.json)
+        writeData({{printable(line) + L"\n"}});
 }
 
-Utf8Console::~Utf8Console() {
-    if (codePageBefore_ != 0)
-        SetConsoleOutputCP(codePageBefore_);
+void Output::show(const Table& table) const {
+    if (!options_.json)
+        writeData(table.layout(data_.columns()));
 }
 
-void writeData(std::wstring_view text) {
-    if (!write(stdout, text))
+void Output::report(std::wstring_view line) const {
+    if (!options_.quiet)
+        show(line);
+}
+
+void Output::report(const Table& table) const {
+    if (!options_.quiet)
+        show(table);
+}
+
+void Output::note(std::wstring_view line) const {
+    if (!options_.quiet)
+        say(line, Colour::plain);
+}
+
+void Output::detail(std::wstring_view line) const {
+    if (options_.verbose)
+        say(line, Colour::faint);
+}
+
+void Output::warn(std::wstring_view line) {
+    Json warning{{"message", toUtf8(line)}};
+    if (options_.lines)
+        event({{"event", "warning"}, {"warning", std::move(warning)}});
+    else
+        document_["warnings"].push_back(std::move(warning));
+    if (!options_.quiet)
+        say(L"warning: " + std::wstring(line), Colour::attention);
+}
+
+void Output::fail(const Failure& failure) {
+    if (options_.lines)
+        event({{"event", "error"}, {"error", toJson(failure)}});
+    else {
+        document_["errors"].push_back(toJson(failure));
+        if (code_ == ExitCode::done)
+            code_ = failure.code();
+    }
+    say(failure.line(), Colour::bad);
+}
+
+void Output::event(const Json& event) const {
+    if (options_.json)
+        writeData({{toWide(event.dump()) + L"\n"}});
+}
+
+ExitCode Output::finish() {
+    document_["exitCode"] = static_cast<int>(code_);
+    if (options_.json && !options_.lines)
+        writeData({{toWide(document_.dump(2)) + L"\n"}});
+    return code_;
+}
+
+bool Output::showsProgress() const noexcept {
+    return messages_.isConsole() && !options_.quiet && !options_.json;
+}
+
+void Output::say(std::wstring_view line, Colour colour) const {
+    messages_.write({{L"certstoreupdate: "}, {printable(line), colour}, {L"\n"}});
+}
+
+void Output::writeData(const Spans& spans) const {
+    if (!data_.write(spans))
         throw Failure(ExitCode::unexpected, L"standard output cannot be written");
 }
 
-void writeMessage(std::wstring_view line) {
-    write(stderr, L"certstoreupdate: " + printable(line) + L"\n");
-}
-
-Table::Table(std::vector<std::wstring> headings) {
-    rows_.push_back(std::move(headings));
-}
-
-void Table::add(std::vector<std::wstring> cells) {
-    rows_.push_back(std::move(cells));
-}
-
-std::wstring Table::text() const {
-    const std::vector<std::size_t> columns = widths();
-    std::wstring text;
-    for (const auto& row : rows_) {
-        for (std::size_t column = 0; column + 1 < row.size(); ++column)
-            text += row[column] + std::wstring(columns[column] - widthOf(row[column]) + 2, L' ');
-        text += row.back() + L"\n";
-    }
-    return text;
-}
-
-std::vector<std::size_t> Table::widths() const {
-    std::vector<std::size_t> widths(rows_.front().size());
-    for (const auto& row : rows_)
-        for (std::size_t column = 0; column != row.size(); ++column)
-            widths[column] = std::max(widths[column], widthOf(row[column]));
-    return widths;
+Json toJson(const Failure& failure) {
+    Json json{{"exitCode", static_cast<int>(failure.code())},
+              {"family", familyOf(failure.code())},
+              {"message", toUtf8(failure.sentence())}};
+    if (failure.event())
+        json["event"] = toJson(*failure.event());
+    return json;
 }
 
 } // namespace updater

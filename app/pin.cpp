@@ -2,13 +2,12 @@
 #include "pin.h"
 
 #include "failures.h"
+#include "files.h"
 #include "secret.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <memory>
-#include <type_traits>
 
 namespace updater {
 
@@ -23,15 +22,8 @@ using PinBytes = WipedArray<unsigned char, roomForPin>;
 // No UTF-16 unit takes less than one byte of UTF-8.
 using PinUnits = WipedArray<wchar_t, roomForPin>;
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using FileHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser>;
-
-FileHandle openFile(const wchar_t* name, DWORD access) {
-    const HANDLE handle = CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    return FileHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+Handle openConsole(const wchar_t* name) {
+    return openExisting(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
 }
 
 Failure unusable(const std::wstring& what) {
@@ -95,7 +87,7 @@ Pin pinFromStream(HANDLE stream, const std::wstring& from) {
 
 Pin pinFromFile(const std::wstring& name) {
     const std::wstring from = L"the file \"" + name + L"\"";
-    const FileHandle file = openFile(name.c_str(), GENERIC_READ);
+    const Handle file = openExisting(name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
     if (!file)
         throw unusable(L"the PIN cannot be read from " + from +
                        L"; check that it exists and that you may read it");
@@ -171,8 +163,8 @@ void show(HANDLE console, std::wstring_view text) {
 }
 
 Pin pinFromPrompt() {
-    const FileHandle input = openFile(L"CONIN$", GENERIC_READ | GENERIC_WRITE);
-    const FileHandle output = openFile(L"CONOUT$", GENERIC_READ | GENERIC_WRITE);
+    const Handle input = openConsole(L"CONIN$");
+    const Handle output = openConsole(L"CONOUT$");
     DWORD mode = 0;
     if (!input || !output || !GetConsoleMode(input.get(), &mode))
         throw unusable(L"there is no console to ask for the PIN; give it by --pin-file, "
@@ -201,8 +193,9 @@ Pin pinFromPrompt() {
 
 } // namespace
 
-Pin::~Pin() {
+void Pin::wipe() noexcept {
     SecureZeroMemory(bytes_.data(), bytes_.size());
+    bytes_ = {};
 }
 
 Pin readPin(const PinSource& source) {

@@ -20,7 +20,10 @@ public:
     Pin(const unsigned char* bytes, std::size_t size) : bytes_(bytes, size) {}
     Pin(const Pin&) = delete;
     Pin& operator=(const Pin&) = delete;
-    ~Pin();
+    ~Pin() { wipe(); }
+
+    /// Forgets the PIN.
+    void wipe() noexcept;
 
     /// As the token takes them: UTF-8 where the PIN was typed or came as an environment variable,
     /// else as they were read.

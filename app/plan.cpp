@@ -11,13 +11,13 @@ namespace {
 
 class Comparison {
 public:
-    Comparison(const CertMap& certificates, CspRegistry& registry)
+    Comparison(const WantedMap& certificates, CspRegistry& registry)
         : certificates_(certificates), registry_(registry), wanted_(certificates, registry),
           listed_(registry.list()) {}
 
     std::vector<Row> rows() {
-        for (const auto& [container, item] : certificates_)
-            addWanted(container, item);
+        for (const auto& [container, wanted] : certificates_)
+            addWanted(container, wanted);
         for (const auto& [container, item] : listed_)
             addListed(container, item.certificate);
         std::stable_sort(rows_.begin(), rows_.end(),
@@ -26,10 +26,10 @@ public:
     }
 
 private:
-    void addWanted(const Buffer<wchar_t>& container, const CertItem& item) {
-        Row row{container, State::duplicate, item, std::nullopt};
-        if (wanted_.isChosen(container, item.certificate))
-            row.state = stateOf(container, item.certificate, registry_);
+    void addWanted(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+        Row row{container, State::duplicate, wanted.item, std::nullopt};
+        if (wanted_.isChosen(container, wanted.item.certificate))
+            row.state = stateOf(container, wanted, registry_);
         const auto listed = listed_.find(container);
         if (row.state == State::missing && listed != listed_.end() &&
             isStale(container, listed->second.certificate, wanted_, registry_)) {
@@ -52,7 +52,7 @@ private:
         });
     }
 
-    const CertMap& certificates_;
+    const WantedMap& certificates_;
     CspRegistry& registry_;
     Wanted wanted_;
     CertMap listed_;
@@ -61,10 +61,11 @@ private:
 
 } // namespace
 
-Wanted::Wanted(const CertMap& certificates, CspRegistry& registry) {
-    for (const auto& [container, item] : certificates) {
-        const auto [entry, isFirst] = chosen_.try_emplace(keyOf(item.certificate), &container);
-        if (!isFirst && registry.isInStep(container, item.certificate))
+Wanted::Wanted(const WantedMap& certificates, CspRegistry& registry) {
+    for (const auto& [container, wanted] : certificates) {
+        const auto [entry, isFirst] =
+            chosen_.try_emplace(keyOf(wanted.item.certificate), &container);
+        if (!isFirst && registry.isInStep(container, wanted))
             entry->second = &container;
     }
 }
@@ -83,9 +84,9 @@ bool Wanted::isChosen(const Buffer<wchar_t>& container, const asn1::Certificate&
     return entry != chosen_.end() && *entry->second == container;
 }
 
-State stateOf(const Buffer<wchar_t>& container, const asn1::Certificate& cert,
-              CspRegistry& registry) {
-    if (registry.isInStep(container, cert))
+State stateOf(const Buffer<wchar_t>& container, const WantedItem& wanted, CspRegistry& registry) {
+    const asn1::Certificate& cert = wanted.item.certificate;
+    if (registry.isInStep(container, wanted))
         return State::inStep;
     if (!registry.isPresent(cert))
         return State::missing;
@@ -97,7 +98,7 @@ bool isStale(const Buffer<wchar_t>& container, const asn1::Certificate& cert, co
     return !wanted.has(cert) && registry.isOurs(container, cert);
 }
 
-std::vector<Row> compare(const CertMap& wanted, CspRegistry& registry) {
+std::vector<Row> compare(const WantedMap& wanted, CspRegistry& registry) {
     return Comparison(wanted, registry).rows();
 }
 

@@ -33,7 +33,7 @@ struct Row {
 class Wanted {
 public:
     /// \param certificates those of the token that are to be registered; must outlive this object
-    Wanted(const CertMap& certificates, CspRegistry& registry);
+    Wanted(const WantedMap& certificates, CspRegistry& registry);
 
     bool has(const asn1::Certificate& cert) const;
     /// Whether a certificate is registered for this container. A store holds a certificate once;
@@ -48,11 +48,10 @@ private:
 
 /// Compares what is wanted with what is registered, in the order of the containers. Changes
 /// nothing.
-std::vector<Row> compare(const CertMap& wanted, CspRegistry& registry);
+std::vector<Row> compare(const WantedMap& wanted, CspRegistry& registry);
 
 /// How a certificate that is chosen for its container stands.
-State stateOf(const Buffer<wchar_t>& container, const asn1::Certificate& cert,
-              CspRegistry& registry);
+State stateOf(const Buffer<wchar_t>& container, const WantedItem& wanted, CspRegistry& registry);
 
 /// Whether a listed certificate is ours to remove.
 bool isStale(const Buffer<wchar_t>& container, const asn1::Certificate& cert, const Wanted& wanted,

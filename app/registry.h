@@ -3,11 +3,23 @@
 
 #include "certitem.h"
 
+#include <map>
+
 namespace updater {
 
 using buffer::Buffer;
 using pkcs11::certstoreupdater::CertItem;
 using pkcs11::certstoreupdater::CertMap;
+
+/// A certificate of the token that belongs into the store.
+struct WantedItem {
+    CertItem item;
+    /// Whether its private key is on the token: only then is it bound to a key.
+    bool hasKey = true;
+};
+
+/// What belongs into the store, by container.
+using WantedMap = std::map<Buffer<wchar_t>, WantedItem>;
 
 /// One CSP's part of a store. An entry is ours if it carries the record of container and CSP
 /// that a registration leaves; nothing else is ever removed. Every function throws Failure.
@@ -18,8 +30,9 @@ public:
     /// What is bound to the CSP, ours or not. Of several entries with one container only one is
     /// listed; another one appears when that one is gone.
     virtual CertMap list() = 0;
-    /// Whether a certificate is ours and its key binding says the same as its record.
-    virtual bool isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) = 0;
+    /// Whether a certificate is ours, and bound to its key as its record says if it has one, to
+    /// none if it has none.
+    virtual bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) = 0;
     /// Whether a certificate is ours, for this container.
     virtual bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) = 0;
     /// Whether a certificate is ours, for whatever container.
@@ -29,10 +42,10 @@ public:
 
     /// Throws what `add` throws for a certificate that cannot be registered because it is
     /// malformed; changes nothing.
-    virtual void requireUsable(const Buffer<wchar_t>& container, const CertItem& item) = 0;
+    virtual void requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) = 0;
     /// Registers a certificate, all or nothing. The store may refuse silently, because the user
     /// declines or because the certificate is there already.
-    virtual void add(const Buffer<wchar_t>& container, const CertItem& item) = 0;
+    virtual void add(const Buffer<wchar_t>& container, const WantedItem& wanted) = 0;
     /// Removes a certificate. The store may refuse silently.
     virtual void remove(const asn1::Certificate& cert) = 0;
 

@@ -28,7 +28,12 @@ struct SyncEvent {
     bool isChange() const noexcept;
 };
 
-using SyncObserver = std::function<void(const SyncEvent&)>;
+struct SyncObserver {
+    /// Told of every change and every problem at once.
+    std::function<void(const SyncEvent&)> onEvent;
+    /// Called after each step, with the store in order. If it returns false, that was the last one.
+    std::function<bool()> onProgress = [] { return true; };
+};
 
 /// Makes the store hold exactly the wanted certificates for the CSP. What is missing is added
 /// before anything is removed, and a container keeps what is registered for it until its
@@ -41,8 +46,8 @@ using SyncObserver = std::function<void(const SyncEvent&)>;
 ///
 /// A malformed certificate is told to the observer and left out. Any other failure ends it; what
 /// was done until then stays done.
-/// \param observe told of every change and every problem at once
+/// \returns whether it went to its end
 /// \throws Failure
-void synchronise(const CertMap& wanted, CspRegistry& registry, const SyncObserver& observe);
+bool synchronise(const WantedMap& wanted, CspRegistry& registry, const SyncObserver& observer);
 
 } // namespace updater

@@ -1,0 +1,51 @@
+// Removes what is ours from a store.
+#include "cleaning.h"
+
+#include "cspstore.h"
+#include "storelock.h"
+
+namespace updater {
+
+namespace {
+
+struct Counts {
+    std::size_t ours = 0;
+    std::size_t notOurs = 0;
+};
+
+Counts countListed(CspStore& store) {
+    Counts counts;
+    for (const auto& [container, item] : store.list())
+        ++(store.isOurs(container, item.certificate) ? counts.ours : counts.notOurs);
+    return counts;
+}
+
+std::wstring containers(std::size_t count) {
+    return std::to_wstring(count) + (count == 1 ? L" container" : L" containers");
+}
+
+} // namespace
+
+Json clean(const Options& options, Output& output) {
+    const StoreLock lock(options.store, output);
+    CspStore store(options.store, options.csp);
+    const Counts before = countListed(store);
+    store.clean();
+    const Counts after = countListed(store);
+
+    const std::size_t removed = before.ours > after.ours ? before.ours - after.ours : 0;
+    output.report(removed == 0 ? L"nothing is left that this program registered"
+                               : L"removed what was registered for " + containers(removed));
+    if (after.notOurs != 0)
+        output.note(L"entries for " + containers(after.notOurs) +
+                    L" stay, because this program did not register them");
+    if (after.ours != 0)
+        output.fail({ExitCode::incomplete,
+                     L"the store kept what is registered for " + containers(after.ours) +
+                         L"; if you were asked and declined, run clean again"});
+    return {{"removedContainers", removed},
+            {"keptContainers", after.ours},
+            {"foreignContainers", after.notOurs}};
+}
+
+} // namespace updater

@@ -1,0 +1,14 @@
+// Removes what is ours from a store.
+#pragma once
+
+#include "commandline.h"
+#include "output.h"
+
+namespace updater {
+
+/// Removes what is registered for the CSP and tells what was done.
+/// \returns the same for programs
+/// \throws Failure
+Json clean(const Options& options, Output& output);
+
+} // namespace updater

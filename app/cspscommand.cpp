@@ -1,0 +1,17 @@
+// certstoreupdate csps: the installed CSPs.
+#include "commands.h"
+
+#include "csps.h"
+#include "text.h"
+
+namespace updater {
+
+void listCsps(const Options&, Output& output) {
+    Json& names = output.member("csps") = Json::array();
+    for (const std::wstring& name : installedCsps()) {
+        names.push_back(toUtf8(name));
+        output.show(name);
+    }
+}
+
+} // namespace updater

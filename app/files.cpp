@@ -1,0 +1,86 @@
+// Paths of files, and what owns an open one.
+#include "files.h"
+
+#include <cstddef>
+
+namespace updater {
+
+namespace {
+
+/// What a Windows function fills into a buffer of its caller's, whatever its length. `fill` takes
+/// buffer and capacity and returns the length, at least the capacity if that is too small, and 0
+/// on failure.
+template <class Fill>
+std::wstring filled(Fill fill) {
+    std::wstring text(MAX_PATH, L'\0');
+    for (;;) {
+        const auto capacity = static_cast<DWORD>(text.size());
+        const DWORD length = fill(text.data(), capacity);
+        text.resize(length < capacity ? length : std::size_t{capacity} * 2);
+        if (length < capacity)
+            return text;
+    }
+}
+
+} // namespace
+
+Handle openExisting(const std::wstring& name, DWORD access, DWORD sharing) {
+    const HANDLE file = CreateFileW(name.c_str(), access, sharing, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    return Handle(file == INVALID_HANDLE_VALUE ? nullptr : file);
+}
+
+std::wstring fullPath(const std::wstring& path) {
+    return filled([&](wchar_t* buffer, DWORD capacity) {
+        return GetFullPathNameW(path.c_str(), capacity, buffer, nullptr);
+    });
+}
+
+std::wstring programFolder() {
+    std::wstring program = filled([](wchar_t* buffer, DWORD capacity) {
+        return GetModuleFileNameW(nullptr, buffer, capacity);
+    });
+    program.resize(program.find_last_of(L'\\') + 1);
+    return program;
+}
+
+std::wstring systemFolder() {
+    std::wstring system = filled(
+        [](wchar_t* buffer, DWORD capacity) { return GetSystemDirectoryW(buffer, capacity); });
+    if (!system.empty())
+        system += L'\\';
+    return system;
+}
+
+std::wstring systemErrorText(DWORD error) {
+    wchar_t* text = nullptr;
+    const DWORD size = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    const std::unique_ptr<wchar_t, decltype(&LocalFree)> owner(text, LocalFree);
+    std::wstring result(text ? text : L"", size);
+    result.resize(result.find_last_not_of(L".\r\n ") + 1);
+    const std::wstring code = L"error " + std::to_wstring(error);
+    return result.empty() ? code : result + L" (" + code + L")";
+}
+
+std::string toActiveCodePage(const std::wstring& text) {
+    const int size = static_cast<int>(text.size());
+    std::string narrow;
+    narrow.resize(static_cast<std::size_t>(
+        WideCharToMultiByte(CP_ACP, 0, text.data(), size, nullptr, 0, nullptr, nullptr)));
+    WideCharToMultiByte(CP_ACP, 0, text.data(), size, narrow.data(),
+                        static_cast<int>(narrow.size()), nullptr, nullptr);
+    return narrow;
+}
+
+std::wstring fromActiveCodePage(const std::string& text) {
+    const int size = static_cast<int>(text.size());
+    std::wstring wide;
+    wide.resize(
+        static_cast<std::size_t>(MultiByteToWideChar(CP_ACP, 0, text.data(), size, nullptr, 0)));
+    MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
+} // namespace updater

@@ -1,0 +1,170 @@
+// Brings the store into step and tells what was done.
+#include "update.h"
+
+#include "certificatejson.h"
+#include "cspstore.h"
+#include "progress.h"
+#include "rehearsal.h"
+#include "storelock.h"
+#include "synchronise.h"
+#include "text.h"
+
+#include <optional>
+
+namespace updater {
+
+namespace {
+
+using Kind = SyncEvent::Kind;
+
+struct ChangeWords {
+    Kind kind;
+    const wchar_t* done;
+    const wchar_t* planned;
+    const char* forPrograms;
+    Colour colour;
+};
+
+constexpr ChangeWords changeWords[] = {
+    {Kind::added, L"added", L"to add", "added", Colour::good},
+    {Kind::boundAnew, L"bound anew", L"to bind anew", "bound-anew", Colour::attention},
+    {Kind::removed, L"removed", L"to remove", "removed", Colour::bad},
+};
+
+const ChangeWords& wordsOf(Kind change) {
+    return *std::find_if(std::begin(changeWords), std::end(changeWords),
+                         [=](const ChangeWords& words) { return words.kind == change; });
+}
+
+const char* problemName(Kind problem) {
+    switch (problem) {
+    case Kind::notOurs:
+        return "not-ours";
+    case Kind::addRefused:
+        return "add-refused";
+    case Kind::removalRefused:
+        return "removal-refused";
+    default:
+        return "unusable";
+    }
+}
+
+Failure failureOf(const SyncEvent& event) {
+    if (event.failure)
+        return *event.failure;
+    const std::wstring certificate =
+        L"\"" + subjectText(event.certificate) + L"\" (" + toString(event.container) + L")";
+    switch (event.kind) {
+    case Kind::notOurs:
+        return {ExitCode::incomplete,
+                L"the certificate " + certificate +
+                    L" is in the store, but this program did not register it for this CSP, or was "
+                    L"killed while it did, so it is left alone; to have it registered, remove it "
+                    L"with certmgr.msc and run sync again"};
+    case Kind::addRefused:
+        return {ExitCode::incomplete, L"the store did not take the certificate " + certificate +
+                                          L"; if you were asked and declined, run sync again"};
+    default:
+        return {ExitCode::incomplete, L"the store kept the certificate " + certificate +
+                                          L"; if you were asked and declined, run sync again"};
+    }
+}
+
+/// Gathers what a synchronisation does.
+class Report {
+public:
+    Report(bool planned, Output& output, Json& result)
+        : planned_(planned), output_(output), result_(result) {
+        result_ = {{"dryRun", planned}, {"changes", Json::array()}, {"problems", Json::array()}};
+    }
+
+    void add(const SyncEvent& event) {
+        if (event.isChange())
+            addChange(event);
+        else
+            addProblem(event);
+    }
+
+    /// \param complete whether nothing was left out
+    void finish(bool complete) {
+        output_.report(changes_);
+        if (!changes_.empty())
+            output_.report(summary());
+        else if (complete && !hasProblems_)
+            output_.report(L"nothing to do: the store is in step with the token");
+    }
+
+private:
+    void addChange(const SyncEvent& event) {
+        const ChangeWords& words = wordsOf(event.kind);
+        ++counts_[event.kind];
+        changes_.add({{planned_ ? words.planned : words.done, words.colour},
+                      {toString(event.container)},
+                      {certificateText(event.certificate)}});
+        result_["changes"].push_back({{"change", words.forPrograms},
+                                      {"container", toUtf8(toString(event.container))},
+                                      {"certificate", toJson(event.certificate)}});
+    }
+
+    void addProblem(const SyncEvent& event) {
+        hasProblems_ = true;
+        output_.fail(failureOf(event));
+        result_["problems"].push_back({{"problem", problemName(event.kind)},
+                                       {"container", toUtf8(toString(event.container))},
+                                       {"certificate", toJson(event.certificate)}});
+    }
+
+    std::wstring summary() const {
+        std::wstring text;
+        for (const auto& [kind, count] : counts_)
+            text += (text.empty() ? L"" : L", ") + std::to_wstring(count) + L" " +
+                    (planned_ ? wordsOf(kind).planned : wordsOf(kind).done);
+        return planned_ ? text + L"; nothing was changed" : text;
+    }
+
+    bool planned_;
+    Output& output_;
+    Json& result_;
+    Table changes_;
+    std::map<Kind, std::size_t> counts_;
+    bool hasProblems_ = false;
+};
+
+Failure interrupted() {
+    return {ExitCode::incomplete, L"interrupted; what was done until then stays done, and sync "
+                                  L"does the rest when it is run again"};
+}
+
+} // namespace
+
+void update(const Options& options, const WantedMap& wanted, const Interruption& interruption,
+            Output& output, Json& result) {
+    // What changes nothing waits for nobody.
+    std::optional<StoreLock> lock;
+    if (!options.dryRun)
+        lock.emplace(options.store, output);
+    CspStore store(options.store, options.csp);
+    Rehearsal rehearsal(store);
+    CspRegistry& registry = options.dryRun ? static_cast<CspRegistry&>(rehearsal) : store;
+    output.detail(L"comparing with the store \"" + options.store + L"\"");
+
+    Report report(options.dryRun, output, result);
+    Progress progress(output, wanted.size());
+    const SyncObserver observer{[&](const SyncEvent& event) { report.add(event); },
+                                [&] {
+                                    progress.advance();
+                                    return !interruption.isRequested();
+                                }};
+    bool complete = false;
+    try {
+        complete = synchronise(wanted, registry, observer);
+    } catch (const Failure&) {
+        report.finish(false);
+        throw;
+    }
+    report.finish(complete);
+    if (!complete)
+        output.fail(interrupted());
+}
+
+} // namespace updater
