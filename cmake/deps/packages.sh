@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing, or only names them:
-# packages.sh [--missing] build|coverage|fuzz|check...
+# packages.sh [--missing] build|coverage|fuzz|docs|check...
 set -euo pipefail
 
 declare -A packages=(
@@ -12,6 +12,7 @@ declare -A packages=(
         gcab opensc openssl osslsigncode python3-pyte softhsm2 wixl'
     [coverage]='gcovr'
     [fuzz]='clang libclang-rt-dev llvm'
+    [docs]='python3-rich'
     [check]='clang-format clang-tidy cppcheck shellcheck'
 )
 

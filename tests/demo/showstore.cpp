@@ -16,6 +16,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -109,28 +110,27 @@ const char* keySpecName(DWORD keySpec) {
     }
 }
 
-void printKeyProvider(const CERT_CONTEXT* context) {
+std::string keyProvider(const CERT_CONTEXT* context) {
     const auto value = property(context, CERT_KEY_PROV_INFO_PROP_ID);
-    if (!value) {
-        std::cout << "  key provider   none\n";
-        return;
-    }
+    if (!value)
+        return "  key provider   none\n";
     CRYPT_KEY_PROV_INFO info{};
     std::memcpy(&info, value->data(), sizeof info);
-    std::cout << "  container      " << utf8(info.pwszContainerName) << '\n'
-              << "  CSP            " << utf8(info.pwszProvName) << '\n'
-              << "  key spec       " << keySpecName(info.dwKeySpec) << '\n';
+    return "  container      " + utf8(info.pwszContainerName) + "\n  CSP            " +
+           utf8(info.pwszProvName) + "\n  key spec       " + keySpecName(info.dwKeySpec) + '\n';
 }
 
+/// By name: the store's own order is that of hashes.
 void list(const wchar_t* name) {
     const Store store = open(name);
+    std::multiset<std::string> entries;
     Context context;
-    while (context.reset(CertEnumCertificatesInStore(store.get(), context.release())), context) {
-        std::cout << commonName(context.get()) << '\n'
-                  << "  friendly name  " << friendlyName(context.get()) << '\n';
-        printKeyProvider(context.get());
-        std::cout << "  binding        " << binding(context.get()) << '\n';
-    }
+    while (context.reset(CertEnumCertificatesInStore(store.get(), context.release())), context)
+        entries.insert(commonName(context.get()) + "\n  friendly name  " +
+                       friendlyName(context.get()) + '\n' + keyProvider(context.get()) +
+                       "  binding        " + binding(context.get()) + '\n');
+    for (const std::string& entry : entries)
+        std::cout << entry;
 }
 
 Bytes contentsOf(const wchar_t* file) {
