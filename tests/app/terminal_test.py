@@ -1,14 +1,18 @@
 #!/usr/bin/python3
-"""The program on a terminal: the PIN prompt.
+"""The program on a terminal: the PIN prompt, tables and colours.
 
 Needs the environment that certstoreupdater_add_script_test gives.
 """
 
 import os
+import re
+import subprocess
 import sys
 import tempfile
 import unittest
 from pathlib import Path
+
+from wcwidth import wcswidth, wcwidth
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "support" / "terminal"))
 from terminal import BACKSPACE, INTERRUPT, Terminal  # noqa: E402
@@ -16,7 +20,8 @@ from terminal import BACKSPACE, INTERRUPT, Terminal  # noqa: E402
 PROGRAMS = Path(os.environ["CSU_BUILD"]) / "bin"
 WINE = os.environ["CSU_WINE"]
 
-CSP = "Terminal Test CSP"
+# One that is installed, so that there is no warning.
+CSP = "Microsoft Enhanced Cryptographic Provider v1.0"
 STORE = f"CSU-Terminal-{os.getpid()}"
 
 
@@ -25,7 +30,13 @@ def windows_path(path):
 
 
 def windows_program(name, *arguments):
-    return [WINE, str(PROGRAMS / f"{name}.exe"), *arguments]
+    # Ctrl-C is for the program: were what starts it to end, the program would be hung up.
+    return ["/bin/sh", "-c", "trap '' INT; exec \"$@\"", "sh",
+            WINE, str(PROGRAMS / f"{name}.exe"), *arguments]
+
+
+def without_blanks(text):
+    return "".join(text.split())
 
 
 class TerminalTest(unittest.TestCase):
@@ -37,6 +48,18 @@ class TerminalTest(unittest.TestCase):
         self.folder = Path(folder.name)
         self.addCleanup(self.erase_store)
         self.script = ["slot pin=1234", f"record {windows_path(self.folder / 'calls')}"]
+
+    def put_certificate(self, container, label, subject, has_key=True):
+        """A certificate on the token; the subject is as openssl wants it."""
+        file = self.folder / f"{container}.der"
+        subprocess.run(["openssl", "req", "-x509", "-utf8", "-subj", subject, "-days", "3650",
+                        "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                        "-keyout", "/dev/null", "-outform", "DER", "-out", str(file)],
+                       check=True, capture_output=True)
+        label = label.replace(" ", "%20")
+        self.script.append(f"certificate value=@{windows_path(file)} id={container} label={label}")
+        if has_key:
+            self.script.append(f"key id={container}")
 
     @staticmethod
     def erase_store():
@@ -50,11 +73,17 @@ class TerminalTest(unittest.TestCase):
         return Terminal(
             windows_program(
                 "winecompat-launcher", str(PROGRAMS / "certstoreupdate.exe"), command,
-                "--module", windows_path(PROGRAMS / "faketoken.dll"),
+                "--module", windows_path(PROGRAMS / "faketoken.dll"), "--allow-unsigned-module",
                 "--csp", CSP, "--store", STORE, *options),
             columns=columns,
             environment={"FAKETOKEN_SCRIPT": windows_path(script), "NO_COLOR": None,
-                         **(environment or {})})
+                         "TEST_PIN": "1234", **(environment or {})})
+
+    def shown(self, command, **options):
+        """What a command shows that is given the PIN in a variable."""
+        with self.updater(command, "--pin-env", "TEST_PIN", **options) as terminal:
+            terminal.wait_for_end()
+            return terminal.lines()
 
     def calls(self):
         """The names of the calls that the token received, each with its answer."""
@@ -97,9 +126,126 @@ class PinPrompt(TerminalTest):
     def test_ends_without_asking_the_token_when_interrupted(self):
         with self.updater("status") as terminal:
             self.answer(terminal, "1234" + INTERRUPT)
-            self.assertNotEqual(terminal.wait_for_end(), 0)
+            terminal.wait_for_end()
             self.assertEqual(terminal.text(), "PIN:")
         self.assertNotIn("C_Login", " ".join(self.calls()))
+
+
+def cells(line):
+    """The line's characters by their columns; behind a character of two columns is an empty one."""
+    return [cell for character in line.text
+            for cell in [character, ""][:wcwidth(character)]]
+
+
+def read_table(lines):
+    """The rows of a table whose cells are broken into lines, without blanks; headings first."""
+    # Headings can be broken, too; each is here by how it begins.
+    starts = [re.search(rf"\b{heading}\b", lines[0].text).start()
+              for heading in ["STATE", "CONTAINER", "CLASS", "FRIENDLY", "ON", "IN"]]
+    rows = []
+    for line in lines:
+        characters = cells(line)
+        pieces = [without_blanks("".join(characters[start:end]))
+                  for start, end in zip(starts, starts[1:] + [len(characters)])]
+        if pieces[0]:
+            rows.append(pieces)
+        else:
+            rows[-1] = [cell + piece for cell, piece in zip(rows[-1], pieces)]
+    return rows
+
+
+class Tables(TerminalTest):
+    def setUp(self):
+        super().setUp()
+        self.put_certificate(
+            "01A2FF", "Signature",
+            "/C=DE/O=An organisation/OU=Department of long names/CN=Somebody with a long name")
+        self.put_certificate("02B3", "鍵と証明書", "/O=組織/CN=証明書の名前はとても長いのです")
+        self.put_certificate(
+            "0405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F", "Root", "/CN=A root",
+            has_key=False)
+
+    def expect_whole_table_in(self, columns):
+        lines = self.shown("status", columns=columns)
+        for line in lines:
+            self.assertLess(wcswidth(line.text), columns)
+        dates = r"\d{4}-\d\d-\d\dto\d{4}-\d\d-\d\d"
+        expected = [
+            ("STATE", "CONTAINER", "CLASS", "FRIENDLYNAME", "ONTHETOKEN", "INTHESTORE"),
+            ("missing", "CKAIDHEX:01A2FF", "self-signed", "Signature",
+             "CN=Somebodywithalongname,OU=Departmentoflongnames,O=Anorganisation,C=DE," + dates,
+             "-"),
+            ("missing", "CKAIDHEX:02B3", "self-signed", "鍵と証明書",
+             "CN=証明書の名前はとても長いのです,O=組織," + dates, "-"),
+            ("tokenonly", "CKAIDHEX:0405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F",
+             "self-signed", "Root", "CN=Aroot," + dates, "-"),
+        ]
+        rows = read_table(lines)
+        self.assertEqual(len(rows), len(expected), rows)
+        for row, cells_of_row in zip(rows, expected):
+            for cell, expression in zip(row, cells_of_row):
+                self.assertRegex(cell, f"^{expression}$")
+
+    def test_fit_into_80_columns_with_all_that_they_say(self):
+        self.expect_whole_table_in(80)
+
+    def test_fit_into_120_columns_with_all_that_they_say(self):
+        self.expect_whole_table_in(120)
+
+    def test_take_a_line_for_each_row_if_there_is_room(self):
+        self.assertEqual(len(self.shown("status", columns=300)), 4)
+
+
+class Interruption(TerminalTest):
+    def test_ends_a_watch_in_order(self):
+        self.put_certificate("01", "Signature", "/CN=Somebody")
+        with self.updater("watch", "--pin-env", "TEST_PIN") as terminal:
+            terminal.wait_for("added")
+            terminal.type(INTERRUPT)
+            self.assertEqual(terminal.wait_for_end(), 0)
+            self.assertIn("stopped", terminal.text())
+        self.assertEqual(self.calls()[-1], "C_Finalize 0")
+
+
+class Colours(TerminalTest):
+    def setUp(self):
+        super().setUp()
+        self.put_certificate("01", "Signature", "/CN=Somebody")
+        self.put_certificate("02", "Root", "/CN=A root", has_key=False)
+
+    def colours(self, lines):
+        """The colour of every text that does not have the terminal's own."""
+        for line in lines:
+            for run in line.runs:
+                self.assertEqual((run.style.background, run.style.bold), ("default", False))
+        return {run.text.strip(): run.style.foreground for line in lines for run in line.runs
+                if run.style.foreground != "default"}
+
+    def test_tell_the_states_apart(self):
+        before = self.colours(self.shown("status", columns=120))
+        self.assertEqual(before["missing"], "yellow")
+        self.assertEqual(before["token only"], "brightblack")
+        self.assertEqual(self.colours(self.shown("sync"))["added"], "green")
+        self.assertEqual(self.colours(self.shown("status", columns=120))["in step"], "green")
+
+    def test_mark_failures(self):
+        shown = self.shown("status", columns=400, environment={"TEST_PIN": "1"})
+        (message, colour), = self.colours(shown).items()
+        self.assertIn("the token refused the PIN", message)
+        self.assertEqual(colour, "brightred")
+
+    def test_are_left_out_if_nobody_wants_them(self):
+        plain = {"NO_COLOR": "1"}
+        self.assertEqual(self.colours(self.shown("status", columns=120, environment=plain)), {})
+        self.assertEqual(self.colours(self.shown("sync", environment=plain)), {})
+        self.assertEqual(self.colours(self.shown("status", environment={**plain, "TEST_PIN": "1"})),
+                         {})
+
+    def test_do_not_change_what_is_said(self):
+        coloured = self.shown("status", columns=120)
+        plain = self.shown("status", columns=120, environment={"NO_COLOR": "1"})
+        self.assertNotEqual(self.colours(coloured), {})
+        self.assertEqual([line.text for line in plain], [line.text for line in coloured])
 
 
 if __name__ == "__main__":
