@@ -1,6 +1,8 @@
 // A folder for the files of one test.
 #include "testfolder.h"
 
+#include "launch.h"
+
 #include <windows.h>
 
 #include <cstdlib>
@@ -40,6 +42,19 @@ std::filesystem::path TestFolder::write(const std::filesystem::path& name,
     stream.write(contents.data(), static_cast<std::streamsize>(contents.size()));
     if (!stream.flush())
         throw std::runtime_error("a test's file cannot be written");
+    return file;
+}
+
+std::filesystem::path TestFolder::replace(const std::filesystem::path& name,
+                                          std::string_view contents) const {
+    const std::filesystem::path file = path_ / name;
+    const std::filesystem::path aside = write(name.wstring() + L".new", contents);
+    const ULONGLONG end = GetTickCount64() + patience;
+    // Refused while someone has the file open, which is never for long.
+    while (!MoveFileExW(aside.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+        require(GetTickCount64() < end, "replacing a test's file");
+        SwitchToThread();
+    }
     return file;
 }
 

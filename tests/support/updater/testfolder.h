@@ -17,6 +17,10 @@ public:
     const std::filesystem::path& path() const noexcept { return path_; }
     /// Writes a file and returns its path.
     std::filesystem::path write(const std::filesystem::path& name, std::string_view contents) const;
+    /// The same for a file that a running program may read at any time: it finds the contents
+    /// before or the new ones, never a part of them.
+    std::filesystem::path replace(const std::filesystem::path& name,
+                                  std::string_view contents) const;
 
 private:
     std::filesystem::path path_;
