@@ -33,6 +33,10 @@ endif()
 add_library(deps::boost_filesystem ALIAS deps_boost_filesystem)
 
 if(BUILD_TESTING)
+  add_header_dependency(valijson valijson/validator.hpp)
+  # Without, what it cannot use ends the program.
+  target_compile_definitions(deps_valijson INTERFACE VALIJSON_USE_EXCEPTIONS=1)
+
   set(googletest_sources /usr/src/googletest)
   if(EXISTS "${googletest_sources}/CMakeLists.txt")
     # Compiled with the flags of this build, so that sanitizers see all of a test program.

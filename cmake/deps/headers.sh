@@ -8,7 +8,7 @@ include=$root/build/deps/windows/include
 
 mkdir -p "$include"
 for tree in /usr/include/boost /usr/include/CLI /usr/include/nlohmann \
-    /usr/include/p11-kit-1/p11-kit; do
+    /usr/include/p11-kit-1/p11-kit /usr/include/valijson; do
     [[ -d $tree ]] || { echo "$tree is missing" >&2; exit 1; }
     ln -sfn "$tree" "$include/$(basename "$tree")"
 done

@@ -8,7 +8,7 @@ declare -A packages=(
         bzip2 ca-certificates cmake g++ ninja-build python3 util-linux xz-utils
         g++-mingw-w64-x86-64-posix wine wine64
         googletest libboost-filesystem1.81-dev libboost1.81-dev libcli11-dev libp11-kit-dev
-        libssl-dev nlohmann-json3-dev
+        libssl-dev libvalijson-dev nlohmann-json3-dev
         gcab opensc openssl osslsigncode python3-pyte softhsm2 wixl'
     [coverage]='gcovr'
     [fuzz]='clang libclang-rt-dev llvm'
