@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# Makes the files whose signatures the tests verify: makesignedfiles.sh PROGRAM INSTALLER_SOURCE FOLDER
+# Makes the files whose signatures the tests verify:
+# makesignedfiles.sh PROGRAM MODULE INSTALLER_SOURCE FOLDER
 #
 # A program, a cabinet and an installer, each of them unsigned and signed: by the test authority
 # (signed), by an authority that nobody trusts (stranger), with a certificate that has expired
-# (expired) or is for servers (misused), and changed after signing (tampered). authority.der is
-# the certificate that the tests trust.
+# (expired) or is for servers (misused), and changed after signing (tampered). A module is made as
+# signed.dll only. authority.der is the certificate that the tests trust.
 set -eEuo pipefail
 
-program=$1 installer_source=$2 folder=$3
+program=$1 module=$2 installer_source=$3 folder=$4
 keys=$folder.keys
 
 # Certificates are signed with SHA-1 since Wine takes any chain below a leaf that is signed with
@@ -60,12 +61,16 @@ make_unsigned() {
     wixl --output "$folder/unsigned.msi" "$installer_source"
 }
 
+# sign_file SIGNER UNSIGNED SIGNED
+sign_file() {
+    osslsigncode sign -certs "$keys/$1.pem" -key "$keys/$1.key" -h sha256 -in "$2" -out "$3"
+}
+
 # sign NAME SIGNER
 sign() {
     local name=$1 signer=$2 type
     for type in exe cab msi; do
-        osslsigncode sign -certs "$keys/$signer.pem" -key "$keys/$signer.key" -h sha256 \
-            -in "$folder/unsigned.$type" -out "$folder/$name.$type"
+        sign_file "$signer" "$folder/unsigned.$type" "$folder/$name.$type"
     done
 }
 
@@ -93,6 +98,7 @@ make_signer expired authority codeSigning 20200101000000Z 20210101000000Z
 make_signer misused authority serverAuth 20200101000000Z 20491231235959Z
 make_unsigned
 sign signed signed
+sign_file signed "$module" "$folder/signed.dll"
 sign stranger strangers
 sign expired expired
 sign misused misused
