@@ -170,7 +170,6 @@ private:
                 .add_option("--interval", raw_.interval,
                             "From one look at the token to the next, 0.1 to 86400")
                 ->type_name("SECONDS")
-                ->check(CLI::Range(0.1, 86400.0))
                 ->capture_default_str();
             command.add_flag("--clean", raw_.clean,
                              "Remove what is registered for the CSP when the token leaves");
@@ -186,8 +185,7 @@ private:
 
     void addOutputOptions(CLI::App& command) {
         constexpr char group[] = "Output";
-        command.add_flag("--json", raw_.json, "Data as JSON (docs/json.md), for programs")
-            ->group(group);
+        command.add_flag("--json", raw_.json, "Data as JSON, for programs")->group(group);
         auto* quiet = command
                           .add_flag("--quiet", raw_.quiet,
                                     "Only what was asked for, and failures; no reports, notes and "
@@ -208,7 +206,7 @@ private:
         const CommandText& command = chosenCommand();
         Options options;
         options.command = command.command;
-        options.output = {raw_.json, raw_.quiet, raw_.verbose};
+        options.output = {.json = raw_.json, .quiet = raw_.quiet, .verbose = raw_.verbose};
         options.module = toWide(raw_.module);
         options.signing = raw_.allowUnsignedModule ? ModuleFile::Signing::notRequired
                                                    : ModuleFile::Signing::required;
@@ -255,6 +253,9 @@ private:
         }
         if (needsToken(options.command) && options.module.empty())
             throw usage(L"--module must not be empty");
+        // So that what is no number is refused, too.
+        if (!(raw_.interval >= 0.1 && raw_.interval <= 86400))
+            throw usage(L"--interval must be from 0.1 to 86400 seconds");
         for (const std::wstring& path : options.paths)
             if (path.empty())
                 throw usage(L"a path must not be empty");

@@ -79,7 +79,7 @@ ExitCode run(const std::vector<std::string>& arguments) {
     try {
         request = parseCommandLine(arguments);
     } catch (const Failure& failure) {
-        return toItsEnd(Output("", {asksForJson(arguments)}),
+        return toItsEnd(Output("", {.json = asksForJson(arguments)}),
                         [&](Output& output) { output.fail(failure); });
     }
     if (const auto* const help = std::get_if<HelpText>(&request))

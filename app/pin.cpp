@@ -172,8 +172,8 @@ Pin pinFromPrompt() {
     PinUnits units;
     DWORD size = 0;
     {
-        show(output.get(), L"PIN: ");
         const WithoutEcho quiet(input.get());
+        show(output.get(), L"PIN: ");
         if (!ReadConsoleW(input.get(), units.data(), static_cast<DWORD>(units.capacity()), &size,
                           nullptr))
             throw unusable(L"the PIN cannot be read from the console");

@@ -43,14 +43,31 @@ std::size_t sum(const std::vector<std::size_t>& widths) {
     return std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
 }
 
-/// Takes from the widest columns until the row fits or no column has anything to give.
-void shrink(std::vector<std::size_t>& widths, std::size_t columns) {
+/// Takes from the widest columns that are wider than their floor, until the row fits or no column
+/// has anything to give.
+void shrink(std::vector<std::size_t>& widths, const std::vector<std::size_t>& floors,
+            std::size_t columns) {
     for (std::size_t excess = sum(widths); excess > columns; --excess) {
-        const auto widest = std::max_element(widths.begin(), widths.end());
-        if (*widest <= narrowest)
+        std::size_t widest = widths.size();
+        for (std::size_t column = 0; column != widths.size(); ++column)
+            if (widths[column] > floors[column] &&
+                (widest == widths.size() || widths[column] > widths[widest]))
+                widest = column;
+        if (widest == widths.size())
             return;
-        --*widest;
+        --widths[widest];
     }
+}
+
+/// The columns that the longest piece takes that lines are not broken in.
+std::size_t longestPiece(std::wstring_view text) {
+    std::size_t longest = 0;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find_first_of(L" ,"), text.size() - 1) + 1;
+        longest = std::max(longest, columnsOf(text.substr(0, end)));
+        text.remove_prefix(end);
+    }
+    return longest;
 }
 
 /// The lines of one row, each cell broken to the width of its column.
@@ -104,11 +121,16 @@ Spans Table::layout(std::optional<std::size_t> columns) const {
 
 std::vector<std::size_t> Table::widths(std::optional<std::size_t> columns) const {
     std::vector<std::size_t> widths(rows_.front().size(), 1);
+    std::vector<std::size_t> pieces(widths.size(), narrowest);
     for (const Row& row : rows_)
-        for (std::size_t column = 0; column != row.size(); ++column)
+        for (std::size_t column = 0; column != row.size(); ++column) {
             widths[column] = std::max(widths[column], columnsOf(row[column].text));
-    if (columns)
-        shrink(widths, *columns);
+            pieces[column] = std::max(pieces[column], longestPiece(row[column].text));
+        }
+    if (columns) {
+        shrink(widths, pieces, *columns);
+        shrink(widths, std::vector(widths.size(), narrowest), *columns);
+    }
     return widths;
 }
 

@@ -6,6 +6,7 @@
 #include "csps.h"
 #include "text.h"
 #include "update.h"
+#include "version.h"
 
 #include "certstoreupdatererror.h"
 
@@ -58,6 +59,8 @@ public:
     void run() {
         output_.event({{"event", "watching"},
                        {"schema", 1},
+                       {"program", "certstoreupdate"},
+                       {"version", version},
                        {"csp", toUtf8(options_.csp)},
                        {"store", toUtf8(options_.store)}});
         while (!interruption_.isRequested()) {
