@@ -2,6 +2,8 @@
 #include "commandline.h"
 
 #include "failures.h"
+#include "text.h"
+#include "version.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -45,6 +47,10 @@ TEST(CommandLine, TakesThePersonalStoreUnlessItIsTold) {
 TEST(CommandLine, KnowsItsCommands) {
     EXPECT_EQ(parsed({"status", "--module", "m", "--csp", "C"}).command, Command::status);
     EXPECT_EQ(parsed({"list", "--csp", "C"}).command, Command::list);
+    EXPECT_EQ(parsed({"watch", "--module", "m", "--csp", "C"}).command, Command::watch);
+    EXPECT_EQ(parsed({"csps"}).command, Command::csps);
+    EXPECT_EQ(parsed({"verify", "f"}).command, Command::verify);
+    EXPECT_EQ(parsed({"grant", "p"}).command, Command::grant);
     EXPECT_EQ(parsed({"clean", "--csp", "C"}).command, Command::clean);
 }
 
@@ -92,8 +98,7 @@ TEST(CommandLine, RefusesACspOfTwoLines) {
 
 TEST(CommandLine, RefusesWhatIsMissing) {
     EXPECT_THAT(complaintAbout({}), HasSubstr("a command is missing"));
-    EXPECT_THAT(complaintAbout({"sinc"}), HasSubstr("a command is missing or unknown"));
-    EXPECT_THAT(complaintAbout({"list"}), HasSubstr("--csp"));
+    EXPECT_THAT(complaintAbout({"clean"}), HasSubstr("--csp"));
     EXPECT_THAT(complaintAbout({"sync", "--csp", "C"}), HasSubstr("--module"));
     EXPECT_THAT(complaintAbout({"sync", "--csp", "C", "--module", ""}), HasSubstr("--module"));
     EXPECT_THAT(complaintAbout({"list", "--csp", "C", "--store", ""}), HasSubstr("--store"));
@@ -103,6 +108,75 @@ TEST(CommandLine, RefusesWhatIsMissing) {
 TEST(CommandLine, RefusesTokenOptionsWhereNoTokenIsNeeded) {
     EXPECT_THAT(complaintAbout({"clean", "--csp", "C", "--module", "m"}),
                 HasSubstr("no option --module"));
+}
+
+TEST(CommandLine, SaysWhatWasPerhapsMeant) {
+    EXPECT_THAT(complaintAbout({"sinc"}), HasSubstr("did you mean sync?"));
+    EXPECT_THAT(complaintAbout({"sync", "--dryrun"}), HasSubstr("did you mean --dry-run?"));
+    EXPECT_THAT(complaintAbout({"csps", "--jason"}), HasSubstr("did you mean --json?"));
+    EXPECT_THAT(complaintAbout({"8241"}),
+                AllOf(HasSubstr("no such command"), Not(HasSubstr("did you mean")),
+                      Not(HasSubstr("8241"))));
+}
+
+TEST(CommandLine, OfSyncSelectsAndRehearses) {
+    const Options plain = parsed({"sync", "--module", "m", "--csp", "C"});
+    EXPECT_EQ(plain.signing, ModuleFile::Signing::required);
+    EXPECT_FALSE(plain.dryRun || plain.selection.authorities || plain.selection.others);
+    EXPECT_FALSE(plain.output.json || plain.output.quiet || plain.output.verbose);
+    const Options all = parsed({"sync", "--module", "m", "--csp", "C", "--dry-run", "--ca",
+                                "--other", "--allow-unsigned-module", "--json", "--verbose"});
+    EXPECT_EQ(all.signing, ModuleFile::Signing::notRequired);
+    EXPECT_TRUE(all.dryRun && all.selection.authorities && all.selection.others);
+    EXPECT_TRUE(all.output.json && all.output.verbose);
+    complaintAbout({"sync", "--module", "m", "--csp", "C", "--quiet", "--verbose"});
+}
+
+TEST(CommandLine, OfWatchHasAnIntervalInSeconds) {
+    const std::vector<std::string> watch{"watch", "--module", "m", "--csp", "C"};
+    EXPECT_EQ(parsed(watch).interval, std::chrono::seconds(2));
+    const auto with = [&](const char* seconds) {
+        std::vector<std::string> arguments = watch;
+        arguments.insert(arguments.end(), {"--clean", "--interval", seconds});
+        return arguments;
+    };
+    EXPECT_EQ(parsed(with("0.25")).interval, std::chrono::milliseconds(250));
+    EXPECT_TRUE(parsed(with("86400")).cleanWhenGone);
+    for (const char* refused : {"0", "-1", "0.05", "86401", "1e99", "nan", "soon", ""})
+        complaintAbout(with(refused));
+}
+
+TEST(CommandLine, OfListNamesNoCspOrOne) {
+    EXPECT_EQ(parsed({"list"}).csp, L"");
+    EXPECT_EQ(parsed({"list", "--csp", "C"}).csp, L"C");
+    EXPECT_THAT(complaintAbout({"list", "--csp", ""}), HasSubstr("--csp must not be empty"));
+}
+
+TEST(CommandLine, OfVerifyAndGrantNamesPaths) {
+    EXPECT_EQ(parsed({"verify", "a.dll", "C:\b c.msi"}).paths,
+              (std::vector<std::wstring>{L"a.dll", L"C:\b c.msi"}));
+    const Options grant = parsed({"grant", "--recursive", "folder"});
+    EXPECT_EQ(grant.paths, std::vector<std::wstring>{L"folder"});
+    EXPECT_TRUE(grant.recursive);
+    complaintAbout({"verify"});
+    complaintAbout({"grant", "--recursive"});
+    EXPECT_THAT(complaintAbout({"grant", ""}), HasSubstr("a path must not be empty"));
+    EXPECT_THAT(complaintAbout({"verify", "--recursive", "a"}), HasSubstr("no option --recursive"));
+}
+
+TEST(CommandLine, ShowsTheVersion) {
+    const std::wstring text = std::get<HelpText>(parseCommandLine({"--version"})).text;
+    EXPECT_EQ(text, L"certstoreupdate " + toWide(version) + L"\n");
+}
+
+TEST(CommandLine, HelpsWithExamplesForEveryCommand) {
+    for (const char* const command :
+         {"status", "sync", "watch", "list", "clean", "csps", "verify", "grant"}) {
+        const std::wstring help = std::get<HelpText>(parseCommandLine({command, "--help"})).text;
+        EXPECT_NE(help.find(L"\nExamples:\n  certstoreupdate "), std::wstring::npos) << command;
+        for (std::size_t begin = 0; begin < help.size(); begin = help.find(L'\n', begin) + 1)
+            EXPECT_LE(help.find(L'\n', begin) - begin, 98u) << command;
+    }
 }
 
 TEST(CommandLine, HelpsWithoutAnythingElse) {

@@ -1,6 +1,8 @@
 // The commands, run as a person runs them, on a scripted token.
 #include "updatertest.h"
 
+#include <algorithm>
+
 namespace updater {
 namespace {
 
@@ -33,8 +35,8 @@ TEST_F(Sync, TellsEachChange) {
     store.add(registered(numbered(2), L"CKAIDHEX:02", L"gone"));
     const Outcome outcome = run(L"sync");
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(outcome.output, StartsWith("added        CKAIDHEX:01  CN=Holder 1, "));
-    EXPECT_THAT(outcome.output, HasSubstr("\nremoved      CKAIDHEX:02  CN=Holder 2, "));
+    EXPECT_THAT(outcome.output, StartsWith("added    CKAIDHEX:01  CN=Holder 1, "));
+    EXPECT_THAT(outcome.output, HasSubstr("\nremoved  CKAIDHEX:02  CN=Holder 2, "));
 }
 
 TEST_F(Sync, HasNothingToDoTheSecondTime) {
@@ -84,7 +86,7 @@ TEST_F(Sync, SaysThatAnEntryIsInTheWayThatIsNotOurs) {
     const Outcome outcome = run(L"sync");
     EXPECT_THAT(outcome, EndsWithCode(11, AllOf(HasSubstr("CN=Holder 1"), HasSubstr("left alone"),
                                                 HasSubstr("CKAIDHEX:01"))));
-    EXPECT_THAT(outcome.output, StartsWith("added        CKAIDHEX:02"));
+    EXPECT_THAT(outcome.output, StartsWith("added  CKAIDHEX:02"));
     EXPECT_THAT(store.entries(),
                 UnorderedElementsAre(bare(numbered(1)),
                                      registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
@@ -95,7 +97,7 @@ TEST_F(Sync, BindsAnewWhatIsRegisteredForAnotherContainer) {
     certificateWithKey(numbered(1), "01", "name");
     const Outcome outcome = run(L"sync");
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(outcome.output, StartsWith("bound anew   CKAIDHEX:01"));
+    EXPECT_THAT(outcome.output, StartsWith("bound anew  CKAIDHEX:01"));
     EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"name")));
 }
 
@@ -118,6 +120,116 @@ TEST_F(Sync, ShowsNothingThatCouldSteerATerminal) {
     EXPECT_THAT(outcome.output, Not(HasSubstr("\nadded ")));
 }
 
+/// An entry of a certificate without a key.
+StoreEntry registeredWithoutKey(const Bytes& encoded, const std::wstring& container,
+                                const std::wstring& friendlyName) {
+    StoreEntry entry = registered(encoded, container, friendlyName);
+    entry.keyProvInfo.reset();
+    return entry;
+}
+
+Bytes authority() {
+    return CertBuilder()
+        .names("Authority", "Root")
+        .extensions({testsupport::basicConstraints(true)})
+        .build();
+}
+
+class SyncOfOtherClasses : public UpdaterTest {
+protected:
+    SyncOfOtherClasses() {
+        certificateWithKey(numbered(1), "01");
+        certificate(authority(), "02", "CA");
+        certificate(numbered(3), "03");
+        certificate(CertBuilder().names("Root", "Root").build(), "04");
+    }
+
+    const StoreEntry withKey = registered(numbered(1), L"CKAIDHEX:01", L"Holder 1");
+    const StoreEntry ca = registeredWithoutKey(authority(), L"CKAIDHEX:02", L"CA");
+    const StoreEntry other = registeredWithoutKey(numbered(3), L"CKAIDHEX:03", L"Holder 3");
+};
+
+TEST_F(SyncOfOtherClasses, RegistersThemWithoutAKeyIfItIsAsked) {
+    EXPECT_THAT(run(L"sync", {L"--ca"}), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), UnorderedElementsAre(withKey, ca));
+    EXPECT_THAT(run(L"sync", {L"--ca", L"--other"}), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), UnorderedElementsAre(withKey, ca, other));
+    const Outcome again = run(L"sync", {L"--ca", L"--other"});
+    EXPECT_EQ(again.output, "nothing to do: the store is in step with the token\n");
+}
+
+TEST_F(SyncOfOtherClasses, RemovesThemIfItIsNotAskedAnyMore) {
+    run(L"sync", {L"--ca", L"--other"});
+    EXPECT_THAT(run(L"status").output,
+                HasLine("stale +CKAIDHEX:02 +CA +CA +CN=Authority, .* the same"));
+    EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), ElementsAre(withKey));
+}
+
+TEST_F(SyncOfOtherClasses, BindsACertificateAnewWhoseKeyLeftTheToken) {
+    run(L"sync");
+    emptyToken();
+    certificate(numbered(1), "01");
+    const Outcome outcome = run(L"sync", {L"--other"});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, StartsWith("bound anew  CKAIDHEX:01"));
+    EXPECT_THAT(store.entries(),
+                ElementsAre(registeredWithoutKey(numbered(1), L"CKAIDHEX:01", L"Holder 1")));
+}
+
+TEST_F(SyncOfOtherClasses, AreShownAsWantedByStatusToo) {
+    const std::string output = run(L"status", {L"--ca"}).output;
+    EXPECT_THAT(output, HasLine("missing +CKAIDHEX:02 +CA .*"));
+    EXPECT_THAT(output, HasLine("token only +CKAIDHEX:03 +other .*"));
+    EXPECT_THAT(output, HasLine("token only +CKAIDHEX:04 +self-signed .*"));
+}
+
+TEST_F(Sync, RehearsesWithoutChangingAnything) {
+    certificateWithKey(numbered(1), "01");
+    certificateWithKey(numbered(2), "02");
+    store.add(registered(numbered(3), L"CKAIDHEX:03", L"gone"));
+    store.add(registered(numbered(12), L"CKAIDHEX:02", L"old"));
+    const auto before = store.entries();
+    const Outcome outcome = run(L"sync", {L"--dry-run"});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, HasLine("to add     CKAIDHEX:01  CN=Holder 1, .*"));
+    EXPECT_THAT(outcome.output, HasLine("to remove  CKAIDHEX:03  CN=Holder 3, .*"));
+    EXPECT_THAT(outcome.output, HasSubstr("\n2 to add, 2 to remove; nothing was changed\n"));
+    EXPECT_EQ(store.entries(), before);
+
+    const Outcome real = run(L"sync");
+    EXPECT_THAT(real.output, HasSubstr("\n2 added, 2 removed\n"));
+}
+
+TEST_F(Sync, WarnsOfACspThatIsNotInstalledAndGoesOn) {
+    certificateWithKey(numbered(1), "01");
+    const Outcome outcome =
+        runWith({L"sync", L"--csp", L"No Such CSP", L"--store", store.name(), L"--module", module,
+                 L"--allow-unsigned-module", L"--pin-env", L"TEST_PIN"});
+    EXPECT_THAT(outcome,
+                EndsWithCode(0, HasSubstr("warning: no CSP \"No Such CSP\" is installed")));
+    EXPECT_THAT(outcome.output, StartsWith("added"));
+}
+
+TEST_F(Sync, SaysNothingIfItIsToBeQuietAndStepsIfItIsToBeVerbose) {
+    certificateWithKey(numbered(1), "01");
+    const Outcome quiet = run(L"sync", {L"--quiet"});
+    EXPECT_THAT(quiet, EndsWithCode(0, IsEmpty()));
+    EXPECT_EQ(quiet.output, "");
+    EXPECT_THAT(store.entries(), SizeIs(1));
+    const Outcome verbose = run(L"sync", {L"--verbose"});
+    EXPECT_THAT(
+        verbose,
+        EndsWithCode(0, AllOf(HasSubstr("loading the module"), HasSubstr("logging in to the token"),
+                              HasSubstr("read 1 certificate with a private key"))));
+    EXPECT_EQ(verbose.output, "nothing to do: the store is in step with the token\n");
+}
+
+TEST_F(Sync, QuietlyStillSaysWhatWentWrong) {
+    pin = L"4321";
+    EXPECT_THAT(run(L"sync", {L"--quiet"}), EndsWithCode(5, HasSubstr("refused the PIN")));
+}
+
 TEST_F(Status, SetsTokenAndStoreSideBySide) {
     certificateWithKey(numbered(1), "01", "first");
     certificateWithKey(numbered(2), "02");
@@ -135,11 +247,14 @@ TEST_F(Status, SetsTokenAndStoreSideBySide) {
     EXPECT_THAT(outcome.output,
                 HasLine("in step +CKAIDHEX:01 +with key +first +CN=Holder 1, [^ ]+ to "
                         "[^ ]+ +the same"));
-    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:02 +with key +CN=Holder 2, .* -"));
-    EXPECT_THAT(outcome.output, HasLine("changed +CKAIDHEX:03 +with key +CN=Holder 3, .* "
+    EXPECT_THAT(outcome.output,
+                HasLine("missing +CKAIDHEX:02 +with key +Holder 2 +CN=Holder 2, .* -"));
+    EXPECT_THAT(outcome.output, HasLine("changed +CKAIDHEX:03 +with key +Holder 3 +CN=Holder 3, .* "
                                         "CN=Holder 13, .*"));
-    EXPECT_THAT(outcome.output, HasLine("not ours +CKAIDHEX:04 +with key +CN=Holder 4, .*"));
-    EXPECT_THAT(outcome.output, HasLine("token only +CKAIDHEX:05 +other +CN=Holder 5, .*"));
+    EXPECT_THAT(outcome.output,
+                HasLine("not ours +CKAIDHEX:04 +with key +Holder 4 +CN=Holder 4, .*"));
+    EXPECT_THAT(outcome.output,
+                HasLine("token only +CKAIDHEX:05 +other +Holder 5 +CN=Holder 5, .*"));
     EXPECT_THAT(outcome.output, HasLine("stale +CKAIDHEX:06 +- +- +- +CN=Holder 6, .*"));
     EXPECT_EQ(store.entries(), before);
 }
@@ -153,9 +268,9 @@ TEST_F(Status, TellsTheClassesApart) {
     certificate(CertBuilder().names("Root", "Root").build(), "03");
     const Outcome outcome = run(L"status");
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:01 +self-signed +CN=Self, .*"));
-    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:02 +CA +CN=Authority, .*"));
-    EXPECT_THAT(outcome.output, HasLine("token only +CKAIDHEX:03 +self-signed +CN=Root, .*"));
+    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:01 +self-signed +Self +CN=Self, .*"));
+    EXPECT_THAT(outcome.output, HasLine("missing +CKAIDHEX:02 +CA +Authority +CN=Authority, .*"));
+    EXPECT_THAT(outcome.output, HasLine("token only +CKAIDHEX:03 +self-signed +Root +CN=Root, .*"));
 }
 
 TEST_F(Status, SaysThatThereIsNothing) {
@@ -175,6 +290,36 @@ TEST_F(List, TellsOursFromOthers) {
     EXPECT_THAT(outcome.output, HasLine("CKAIDHEX:01 +ours +.* CN=Holder 1"));
     EXPECT_THAT(outcome.output, HasLine("CKAIDHEX:02 +not ours +.* CN=Holder 2"));
     EXPECT_THAT(outcome.output, Not(HasSubstr("Holder 3")));
+}
+
+TEST_F(List, SaysWhichCspWasPerhapsMeant) {
+    const auto list = [&](const wchar_t* csp, const wchar_t* last) {
+        return runWith({L"list", L"--csp", csp, L"--store", store.name(), last});
+    };
+    EXPECT_THAT(list(L"T\u00EBst CPS", L"--verbose"),
+                EndsWithCode(0, HasSubstr("did you mean \"T\xC3\xABst CSP\"?")));
+    EXPECT_THAT(list(L"No Such CSP", L"--quiet"), EndsWithCode(0, IsEmpty()));
+}
+
+TEST_F(List, GoesThroughAllInstalledCspsWithoutAName) {
+    const testsupport::InstalledCsp second(L"Second CSP of " + store.name());
+    StoreEntry ofSecond = registered(numbered(2), L"CKAIDHEX:02", L"two");
+    ofSecond.keyProvInfo->provider = second.name();
+    const std::string secondName(second.name().begin(), second.name().end());
+    ofSecond.korvaneCspRef = record("CKAIDHEX:02", secondName);
+    StoreEntry ofUnknown = registered(numbered(3), L"CKAIDHEX:03", L"three");
+    ofUnknown.keyProvInfo->provider = L"Not installed";
+    ofUnknown.korvaneCspRef = record("CKAIDHEX:03", "Not installed");
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"one"));
+    store.add(ofSecond);
+    store.add(ofUnknown);
+    const Outcome outcome = runWith({L"list", L"--store", store.name()});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, StartsWith("CSP "));
+    EXPECT_THAT(outcome.output,
+                HasLine(std::string(testCspUtf8) + " +CKAIDHEX:01 +ours +.* CN=Holder 1"));
+    EXPECT_THAT(outcome.output, HasLine(secondName + " +CKAIDHEX:02 +ours +.* CN=Holder 2"));
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 3);
 }
 
 TEST_F(List, SaysThatNothingIsRegistered) {
@@ -233,6 +378,34 @@ TEST_F(Sync, DoesNotTakeARecordWithoutASecondLineForItsOwn) {
     EXPECT_THAT(store.entries(), ElementsAre(oneLine));
 }
 
+class Csps : public UpdaterTest {};
+
+TEST_F(Csps, AreListedOneALine) {
+    const Outcome outcome = runWith({L"csps"});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, HasLine(testCspUtf8));
+    EXPECT_THAT(outcome.output, HasLine("Microsoft Enhanced Cryptographic Provider v1\\.0"));
+}
+
+class Grant : public UpdaterTest {};
+
+TEST_F(Grant, TellsOfEachPath) {
+    const std::wstring file = folder.write("file", "text").wstring();
+    const Outcome outcome = runWith({L"grant", file, file + L"-none", folder.path().wstring()});
+    EXPECT_THAT(outcome,
+                EndsWithCode(9, AllOf(HasSubstr("it does not exist"),
+                                      HasSubstr("(CertStoreUpdaterError_InvalidConfiguration: "
+                                                "Method=GetFileSecurity, error=2)"))));
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2);
+    EXPECT_THAT(outcome.output, HasLine("granted  .*file"));
+}
+
+TEST_F(Grant, GoesIntoFolders) {
+    folder.write("file", "text");
+    EXPECT_THAT(runWith({L"grant", folder.path().wstring(), L"--recursive"}),
+                EndsWithCode(0, IsEmpty()));
+}
+
 class Program : public UpdaterTest {};
 
 TEST_F(Program, HelpsOnStandardOutput) {
@@ -260,7 +433,7 @@ TEST_F(Program, TakesThePinFromAFile) {
     certificateWithKey(numbered(1), "01");
     const auto file = folder.write("pin", "1234\r\n");
     EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module,
-                         L"--pin-file", file.wstring()}),
+                         L"--allow-unsigned-module", L"--pin-file", file.wstring()}),
                 EndsWithCode(0, IsEmpty()));
     EXPECT_THAT(store.entries(), SizeIs(1));
 }
@@ -268,14 +441,15 @@ TEST_F(Program, TakesThePinFromAFile) {
 TEST_F(Program, TakesThePinFromStandardInput) {
     certificateWithKey(numbered(1), "01");
     EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module,
-                         L"--pin-stdin"},
+                         L"--allow-unsigned-module", L"--pin-stdin"},
                         "1234\n"),
                 EndsWithCode(0, IsEmpty()));
     EXPECT_THAT(store.entries(), SizeIs(1));
 }
 
 TEST_F(Program, DoesNotAskForThePinWhereThereIsNoConsole) {
-    EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module},
+    EXPECT_THAT(runWith({L"sync", L"--csp", testCsp, L"--store", store.name(), L"--module", module,
+                         L"--allow-unsigned-module"},
                         "1234\n"),
                 EndsWithCode(2, HasSubstr("--pin-stdin")));
     EXPECT_THAT(calls(), Not(HasSubstr("C_Login")));

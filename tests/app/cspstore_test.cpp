@@ -36,23 +36,24 @@ protected:
     std::vector<Kind> synchronised() {
         CspStore registry(store.name(), csp);
         std::vector<Kind> told;
-        synchronise(wanted, registry, [&](const SyncEvent& event) { told.push_back(event.kind); });
+        synchronise(wanted, registry,
+                    {[&](const SyncEvent& event) { told.push_back(event.kind); }});
         return told;
     }
 
     bool isInStep(const wchar_t* container, int number) {
-        return CspStore(store.name(), csp).isInStep(container, numbered(number));
+        return CspStore(store.name(), csp).isInStep(container, wantedOf(numbered(number)));
     }
     bool isPresent(int number) { return CspStore(store.name(), csp).isPresent(numbered(number)); }
 
     static constexpr wchar_t csp[] = L"Some CSP";
     testsupport::TestStore store;
-    CertMap wanted;
+    WantedMap wanted;
 };
 
 TEST_F(WindowsStore, IsNotWrittenToIfNothingDiffers) {
-    wanted[L"A"] = itemOf(numbered(1), L"one");
-    wanted[L"B"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(1), L"one");
+    wanted[L"B"] = wantedOf(numbered(2));
     EXPECT_THAT(synchronised(), ElementsAre(Kind::added, Kind::added));
 
     CryptoHook<decltype(CertAddEncodedCertificateToStore)> add("CertAddEncodedCertificateToStore");
@@ -64,9 +65,9 @@ TEST_F(WindowsStore, IsNotWrittenToIfNothingDiffers) {
 }
 
 TEST_F(WindowsStore, KeepsNothingOfACertificateThatItCouldNotRegisterWholly) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     for (const std::size_t property : {1u, 2u, 3u}) {
         CryptoHook<decltype(CertSetCertificateContextProperty)> set(
             "CertSetCertificateContextProperty");
@@ -85,7 +86,7 @@ TEST_F(WindowsStore, KeepsNothingOfACertificateThatItCouldNotRegisterWholly) {
 }
 
 TEST_F(WindowsStore, LeavesACertificateAloneThatItCouldNotAdd) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     CryptoHook<decltype(CertAddEncodedCertificateToStore)> add("CertAddEncodedCertificateToStore");
     CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
     add.fail(1, FALSE, ERROR_ACCESS_DENIED);
@@ -94,14 +95,14 @@ TEST_F(WindowsStore, LeavesACertificateAloneThatItCouldNotAdd) {
 }
 
 TEST_F(WindowsStore, TellsThatTheUserDeclinedAnAddition) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     CryptoHook<decltype(CertAddEncodedCertificateToStore)> add("CertAddEncodedCertificateToStore");
     add.fail(1, FALSE, ERROR_CANCELLED);
     EXPECT_THAT(synchronised(), ElementsAre(Kind::addRefused));
 }
 
 TEST_F(WindowsStore, TellsThatTheUserDeclinedARemoval) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
     wanted.clear();
     CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
@@ -121,9 +122,9 @@ TEST_F(WindowsStore, KeepsAContainerRegisteredWhicheverCallFailsWhileItsCertific
         ++failing;
         for (const testsupport::StoreEntry& entry : store.entries())
             store.remove(entry.encoded);
-        wanted[L"A"] = itemOf(numbered(1));
+        wanted[L"A"] = wantedOf(numbered(1));
         ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
-        wanted[L"A"] = itemOf(numbered(2));
+        wanted[L"A"] = wantedOf(numbered(2));
         CryptoHook<decltype(CertAddEncodedCertificateToStore)> add(
             "CertAddEncodedCertificateToStore");
         CryptoHook<decltype(CertSetCertificateContextProperty)> set(

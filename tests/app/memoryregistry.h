@@ -33,6 +33,11 @@ inline CertItem itemOf(const asn1::Certificate& certificate, const wchar_t* labe
     return {{}, label, certificate};
 }
 
+inline WantedItem wantedOf(const asn1::Certificate& certificate, const wchar_t* label = L"",
+                           bool hasKey = true) {
+    return {itemOf(certificate, label), hasKey};
+}
+
 struct MemoryEntry {
     asn1::Certificate certificate;
     /// The container that the record for the CSP names; none if we did not register the entry.
@@ -51,11 +56,11 @@ public:
     bool refusesAdditions = false;
     bool refusesRemovals = false;
     /// Called when a certificate is checked.
-    std::function<void(const CertItem&)> onCheck;
+    std::function<void(const WantedItem&)> onCheck;
     /// Called before the entries are listed.
     std::function<void()> onList;
     /// Called before a certificate is added.
-    std::function<void(const CertItem&)> onAdd;
+    std::function<void(const WantedItem&)> onAdd;
     /// Called after a certificate was removed.
     std::function<void()> onRemoved;
 
@@ -73,9 +78,10 @@ public:
                                    itemOf(entry.certificate));
         return listed;
     }
-    bool isInStep(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override {
-        const MemoryEntry* entry = find(cert);
-        return entry && entry->recorded == container && entry->bound == container;
+    bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override {
+        const MemoryEntry* entry = find(wanted.item.certificate);
+        return entry && entry->recorded == container &&
+               (wanted.hasKey ? entry->bound == container : !entry->bound);
     }
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override {
         const MemoryEntry* entry = find(cert);
@@ -87,18 +93,20 @@ public:
     }
     bool isPresent(const asn1::Certificate& cert) override { return find(cert) != nullptr; }
 
-    void requireUsable(const Buffer<wchar_t>&, const CertItem& item) override {
+    void requireUsable(const Buffer<wchar_t>&, const WantedItem& wanted) override {
         if (onCheck)
-            onCheck(item);
+            onCheck(wanted);
     }
-    void add(const Buffer<wchar_t>& container, const CertItem& item) override {
+    void add(const Buffer<wchar_t>& container, const WantedItem& wanted) override {
+        const asn1::Certificate& certificate = wanted.item.certificate;
         changes.push_back(L"add " + std::wstring(container.c_str()));
         if (onAdd)
-            onAdd(item);
-        if (refusesAdditions || find(item.certificate))
+            onAdd(wanted);
+        if (refusesAdditions || find(certificate))
             return;
-        entries.insert(newestFirst ? entries.begin() : entries.end(),
-                       {item.certificate, container, container});
+        entries.insert(
+            newestFirst ? entries.begin() : entries.end(),
+            {certificate, container, wanted.hasKey ? std::optional(container) : std::nullopt});
     }
     void remove(const asn1::Certificate& cert) override {
         changes.push_back(L"remove " + subjectText(cert));

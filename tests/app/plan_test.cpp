@@ -32,7 +32,7 @@ class Comparison : public testing::Test {
 protected:
     std::vector<Line> compared() { return linesOf(compare(wanted, store)); }
 
-    CertMap wanted;
+    WantedMap wanted;
     MemoryRegistry store;
 };
 
@@ -41,12 +41,12 @@ TEST_F(Comparison, OfNothingWithNothingIsEmpty) {
 }
 
 TEST_F(Comparison, FindsWhatIsMissing) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::missing}));
 }
 
 TEST_F(Comparison, FindsWhatIsInStep) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"A", numbered(1));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::inStep}));
 }
@@ -57,7 +57,7 @@ TEST_F(Comparison, FindsWhatIsStale) {
 }
 
 TEST_F(Comparison, ShowsAChangedCertificateWithItsPredecessor) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     const auto rows = compare(wanted, store);
     ASSERT_THAT(linesOf(rows), ElementsAre(Line{L"A", State::changed}));
@@ -66,20 +66,20 @@ TEST_F(Comparison, ShowsAChangedCertificateWithItsPredecessor) {
 }
 
 TEST_F(Comparison, TellsAPredecessorThatWasLeftBehind) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     store.addOurs(L"A", numbered(2));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::inStep}, Line{L"A", State::stale}));
 }
 
 TEST_F(Comparison, LeavesACertificateWithoutOurRecordAlone) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), {}, {}});
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::notOurs}));
 }
 
 TEST_F(Comparison, LeavesACertificateAloneThatSomebodyElseBoundToTheContainer) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), {}, L"A"});
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::notOurs}));
 }
@@ -91,45 +91,45 @@ TEST_F(Comparison, TellsForeignEntriesForTheCspFromStaleOnes) {
 }
 
 TEST_F(Comparison, DoesNotTakeAForeignEntryForThePredecessorOfAMissingOne) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.entries.push_back({numbered(1), {}, L"A"});
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::missing}, Line{L"A", State::foreign}));
 }
 
 TEST_F(Comparison, FindsWhatIsRecordedForAnotherContainer) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::boundOtherwise}));
 }
 
 TEST_F(Comparison, FindsARecordWithoutAKeyBinding) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), L"A", {}});
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::boundOtherwise}));
 }
 
 TEST_F(Comparison, FindsARecordThatDisagreesWithTheKeyBinding) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), L"A", L"B"});
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::boundOtherwise}));
 }
 
 TEST_F(Comparison, ChoosesTheFirstOfTwoContainersWithOneCertificate) {
-    wanted[L"A"] = itemOf(numbered(1));
-    wanted[L"B"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(1));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::missing}, Line{L"B", State::duplicate}));
 }
 
 TEST_F(Comparison, KeepsTheContainerThatACertificateIsRegisteredForAlready) {
-    wanted[L"A"] = itemOf(numbered(1));
-    wanted[L"B"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::duplicate}, Line{L"B", State::inStep}));
 }
 
 TEST_F(Comparison, GoesByTheOrderOfTheContainers) {
-    wanted[L"C"] = itemOf(numbered(3));
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"C"] = wantedOf(numbered(3));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(2));
     store.addOurs(L"D", numbered(4));
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::missing}, Line{L"B", State::stale},
@@ -137,7 +137,7 @@ TEST_F(Comparison, GoesByTheOrderOfTheContainers) {
 }
 
 TEST_F(Comparison, ChangesNothing) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(2));
     compared();
     EXPECT_THAT(store.changes, IsEmpty());

@@ -26,20 +26,20 @@ class Synchronising : public testing::Test {
 protected:
     std::vector<Told> run() {
         std::vector<Told> told;
-        synchronise(wanted, store, [&](const SyncEvent& event) {
-            told.push_back({event.kind, event.container.c_str()});
-        });
+        synchronise(wanted, store, {[&](const SyncEvent& event) {
+                        told.push_back({event.kind, event.container.c_str()});
+                    }});
         return told;
     }
 
     bool has(int number) { return store.isPresent(numbered(number)); }
 
-    CertMap wanted;
+    WantedMap wanted;
     MemoryRegistry store;
 };
 
 TEST_F(Synchronising, WritesNothingIfNothingDiffers) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"A", numbered(1));
     store.entries.push_back({numbered(9), {}, {}});
     EXPECT_THAT(run(), IsEmpty());
@@ -47,22 +47,22 @@ TEST_F(Synchronising, WritesNothingIfNothingDiffers) {
 }
 
 TEST_F(Synchronising, AddsBeforeItRemoves) {
-    wanted[L"B"] = itemOf(numbered(2));
+    wanted[L"B"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"B"}, Told{Kind::removed, L"A"}));
     EXPECT_THAT(store.changes, ElementsAre(L"add B", L"remove CN=Holder 1"));
 }
 
 TEST_F(Synchronising, ReplacesAChangedCertificate) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"A"}, Told{Kind::removed, L"A"}));
-    EXPECT_TRUE(store.isInStep(L"A", numbered(2)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(2))));
     EXPECT_FALSE(has(1));
 }
 
 TEST_F(Synchronising, ReplacesAChangedCertificateThatItsSuccessorHidesFromTheListing) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.newestFirst = true;
     store.addOurs(L"A", numbered(1));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"A"}, Told{Kind::removed, L"A"}));
@@ -70,56 +70,56 @@ TEST_F(Synchronising, ReplacesAChangedCertificateThatItsSuccessorHidesFromTheLis
 }
 
 TEST_F(Synchronising, RemovesPredecessorsThatOneHidAfterTheOther) {
-    wanted[L"A"] = itemOf(numbered(4));
+    wanted[L"A"] = wantedOf(numbered(4));
     for (const int number : {1, 2, 3})
         store.addOurs(L"A", numbered(number));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"A"}, Told{Kind::removed, L"A"},
                                    Told{Kind::removed, L"A"}, Told{Kind::removed, L"A"}));
     EXPECT_EQ(store.entries.size(), 1u);
-    EXPECT_TRUE(store.isInStep(L"A", numbered(4)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(4))));
 }
 
 TEST_F(Synchronising, RemovesPredecessorsThatTheSuccessorHides) {
-    wanted[L"A"] = itemOf(numbered(4), L"label");
+    wanted[L"A"] = wantedOf(numbered(4), L"label");
     store.newestFirst = true;
     for (const int number : {1, 2, 3})
         store.addOurs(L"A", numbered(number));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"A"}, Told{Kind::removed, L"A"},
                                    Told{Kind::removed, L"A"}, Told{Kind::removed, L"A"}));
     EXPECT_EQ(store.entries.size(), 1u);
-    EXPECT_TRUE(store.isInStep(L"A", numbered(4)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(4))));
 }
 
 TEST_F(Synchronising, PutsASuccessorBackThoughTheStoreFailsOnce) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     int additions = 0;
-    store.onAdd = [&](const CertItem&) {
+    store.onAdd = [&](const WantedItem&) {
         if (++additions == 2)
             throw Failure(ExitCode::store, L"for once");
     };
     run();
-    EXPECT_TRUE(store.isInStep(L"A", numbered(2)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(2))));
 }
 
 TEST_F(Synchronising, PutsASuccessorBackIfTheListingFailsWhileItIsOut) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     store.onList = [&] {
         if (!has(1) && !has(2))
             throw Failure(ExitCode::store, L"unreadable");
     };
     EXPECT_THROW(run(), Failure);
-    EXPECT_TRUE(store.isInStep(L"A", numbered(2)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(2))));
 }
 
 TEST_F(Synchronising, TellsTheFirstFaultIfASuccessorCannotBePutBack) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     int additions = 0;
-    store.onAdd = [&](const CertItem& item) {
+    store.onAdd = [&](const WantedItem& added) {
         if (++additions == 2) {
-            store.entries.push_back({item.certificate, {}, {}});
+            store.entries.push_back({added.item.certificate, {}, {}});
             throw Failure(ExitCode::store, L"the first fault");
         }
     };
@@ -132,8 +132,8 @@ TEST_F(Synchronising, TellsTheFirstFaultIfASuccessorCannotBePutBack) {
 }
 
 TEST_F(Synchronising, LooksBehindNothingThatItDidNotReplace) {
-    wanted[L"A"] = itemOf(numbered(1));
-    wanted[L"B"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(2));
     store.addOurs(L"B", numbered(2));
     store.entries.push_back({numbered(3), {}, L"A"});
     run();
@@ -148,7 +148,7 @@ TEST_F(Synchronising, RemovesAllStaleEntriesOfAContainerThatIsNoLongerOnTheToken
 }
 
 TEST_F(Synchronising, NeverTouchesWhatItDidNotRegister) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), {}, {}});
     store.entries.push_back({numbered(2), {}, L"B"});
     EXPECT_THAT(run(), ElementsAre(Told{Kind::notOurs, L"A"}));
@@ -156,7 +156,7 @@ TEST_F(Synchronising, NeverTouchesWhatItDidNotRegister) {
 }
 
 TEST_F(Synchronising, KeepsAPredecessorWhoseSuccessorIsNotOurs) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     store.entries.push_back({numbered(2), {}, {}});
     EXPECT_THAT(run(), ElementsAre(Told{Kind::notOurs, L"A"}));
@@ -164,7 +164,7 @@ TEST_F(Synchronising, KeepsAPredecessorWhoseSuccessorIsNotOurs) {
 }
 
 TEST_F(Synchronising, NoticesThatAnAdditionWasRefused) {
-    wanted[L"A"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
     store.refusesAdditions = true;
     EXPECT_THAT(run(), ElementsAre(Told{Kind::addRefused, L"A"}));
@@ -172,9 +172,9 @@ TEST_F(Synchronising, NoticesThatAnAdditionWasRefused) {
 }
 
 TEST_F(Synchronising, NoticesThatSomebodyElseAddedTheCertificateMeanwhile) {
-    wanted[L"A"] = itemOf(numbered(1));
-    store.onAdd = [this](const CertItem& item) {
-        store.entries.push_back({item.certificate, {}, {}});
+    wanted[L"A"] = wantedOf(numbered(1));
+    store.onAdd = [this](const WantedItem& added) {
+        store.entries.push_back({added.item.certificate, {}, {}});
     };
     EXPECT_THAT(run(), ElementsAre(Told{Kind::notOurs, L"A"}));
 }
@@ -189,35 +189,35 @@ TEST_F(Synchronising, TriesARefusedRemovalOnce) {
 }
 
 TEST_F(Synchronising, BindsAnewWhatIsOursForAnotherContainer) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::boundAnew, L"A"}));
-    EXPECT_TRUE(store.isInStep(L"A", numbered(1)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(1))));
     EXPECT_THAT(run(), IsEmpty());
 }
 
 TEST_F(Synchronising, BindsAnewThoughTheStoreFailsOnce) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
     int additions = 0;
-    store.onAdd = [&](const CertItem&) {
+    store.onAdd = [&](const WantedItem&) {
         if (++additions == 1)
             throw Failure(ExitCode::store, L"for once");
     };
     EXPECT_THAT(run(), ElementsAre(Told{Kind::boundAnew, L"A"}));
-    EXPECT_TRUE(store.isInStep(L"A", numbered(1)));
+    EXPECT_TRUE(store.isInStep(L"A", wantedOf(numbered(1))));
 }
 
 TEST_F(Synchronising, KeepsABindingOfACertificateThatCouldNotBeAddedAgain) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
-    store.onCheck = [](const CertItem&) { throw Failure(ExitCode::certificate, L"malformed"); };
+    store.onCheck = [](const WantedItem&) { throw Failure(ExitCode::certificate, L"malformed"); };
     EXPECT_THAT(run(), ElementsAre(Told{Kind::unusable, L"A"}));
     EXPECT_THAT(store.changes, IsEmpty());
 }
 
 TEST_F(Synchronising, LeavesABindingThatTheStoreKeeps) {
-    wanted[L"A"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
     store.refusesRemovals = true;
     EXPECT_THAT(run(), ElementsAre(Told{Kind::removalRefused, L"A"}));
@@ -225,19 +225,19 @@ TEST_F(Synchronising, LeavesABindingThatTheStoreKeeps) {
 }
 
 TEST_F(Synchronising, RegistersOneCertificateOfTwoContainersOnce) {
-    wanted[L"A"] = itemOf(numbered(1));
-    wanted[L"B"] = itemOf(numbered(1));
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(1));
     EXPECT_THAT(run(), ElementsAre(Told{Kind::added, L"A"}));
     EXPECT_THAT(run(), IsEmpty());
 }
 
 TEST_F(Synchronising, LeavesOutAMalformedCertificateAndGoesOn) {
-    wanted[L"A"] = itemOf(numbered(1));
-    wanted[L"B"] = itemOf(numbered(2));
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(3));
     store.addOurs(L"C", numbered(4));
-    store.onAdd = [](const CertItem& item) {
-        if (isSame(item.certificate, numbered(1)))
+    store.onAdd = [](const WantedItem& added) {
+        if (isSame(added.item.certificate, numbered(1)))
             throw Failure(ExitCode::certificate, L"malformed");
     };
     EXPECT_THAT(run(), ElementsAre(Told{Kind::unusable, L"A"}, Told{Kind::added, L"B"},
@@ -246,9 +246,9 @@ TEST_F(Synchronising, LeavesOutAMalformedCertificateAndGoesOn) {
 }
 
 TEST_F(Synchronising, EndsWithoutRemovingAnythingIfTheStoreFails) {
-    wanted[L"B"] = itemOf(numbered(2));
+    wanted[L"B"] = wantedOf(numbered(2));
     store.addOurs(L"A", numbered(1));
-    store.onAdd = [](const CertItem&) { throw Failure(ExitCode::store, L"no"); };
+    store.onAdd = [](const WantedItem&) { throw Failure(ExitCode::store, L"no"); };
     EXPECT_THROW(run(), Failure);
     EXPECT_TRUE(has(1));
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "certbuilder.h"
+#include "installedcsp.h"
+#include "jsonschema.h"
 #include "storeview.h"
 #include "testfolder.h"
 #include "updaterprogram.h"
@@ -71,6 +73,11 @@ MATCHER_P2(EndsWithCode, code, errors, "") {
            testing::ExplainMatchResult(errors, arg.errors, result_listener);
 }
 
+/// What in the program's JSON is not as its documented schema says.
+inline std::string violationsOfSchema(const std::string& document) {
+    return testsupport::violations(document, CSU_OUTPUT_SCHEMA);
+}
+
 /// A token of a script, and a store of the test's own.
 class UpdaterTest : public testing::Test {
 protected:
@@ -79,10 +86,15 @@ protected:
     /// Forgets the script but for its slot.
     void emptyToken() { script_.clear(); }
     void certificate(const Bytes& encoded, const std::string& id, const std::string& label = "") {
-        line("certificate value=" + hex(encoded) + (id.empty() ? "" : " id=" + id) +
-             (label.empty() ? "" : " label=" + label));
+        line(certificateStatement(encoded, id, label));
     }
-    void key(const std::string& id) { line("key id=" + id); }
+    void key(const std::string& id) { line(keyStatement(id)); }
+    static std::string certificateStatement(const Bytes& encoded, const std::string& id,
+                                            const std::string& label = "") {
+        return "certificate value=" + hex(encoded) + (id.empty() ? "" : " id=" + id) +
+               (label.empty() ? "" : " label=" + label);
+    }
+    static std::string keyStatement(const std::string& id) { return "key id=" + id; }
     void certificateWithKey(const Bytes& encoded, const std::string& id,
                             const std::string& label = "") {
         certificate(encoded, id, label);
@@ -91,29 +103,43 @@ protected:
 
     /// Runs a command on the token and the test's store.
     Outcome run(const std::wstring& command, const std::vector<std::wstring>& more = {}) {
-        std::vector<std::wstring> arguments{command, L"--csp", testCsp, L"--store", store.name()};
-        if (command == L"status" || command == L"sync")
-            for (const auto& argument : {L"--module", module.c_str(), L"--pin-env", L"TEST_PIN"})
-                arguments.emplace_back(argument);
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return runWith(arguments);
+        return runWith(commandLine(command, more));
     }
     Outcome runWith(const std::vector<std::wstring>& arguments, const std::string& input = "") {
-        const auto script = folder.write("token.script", slot + "\n" + script_ + recordLine());
-        return testsupport::runUpdater(
-            {arguments, input, {{L"FAKETOKEN_SCRIPT", script.wstring()}, {L"TEST_PIN", pin}}});
+        return testsupport::runUpdater(start(arguments, input));
+    }
+
+    /// What `run` starts the program with.
+    std::vector<std::wstring> commandLine(const std::wstring& command,
+                                          const std::vector<std::wstring>& more = {}) const {
+        std::vector<std::wstring> arguments{command, L"--csp", testCsp, L"--store", store.name()};
+        if (command == L"status" || command == L"sync" || command == L"watch")
+            for (const auto& argument : {L"--module", module.c_str(), L"--allow-unsigned-module",
+                                         L"--pin-env", L"TEST_PIN"})
+                arguments.emplace_back(argument);
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+    testsupport::Start start(const std::vector<std::wstring>& arguments,
+                             const std::string& input = "") const {
+        const auto script =
+            folder.write("token.script", slot + "\n" + script_ + recordLine() + lastLine + "\n");
+        return {arguments, input, {{L"FAKETOKEN_SCRIPT", script.wstring()}, {L"TEST_PIN", pin}}};
     }
 
     /// The calls that the token received in all runs so far, each with its answer.
     std::string calls() const {
-        std::ifstream file(folder.path() / "calls", std::ios::binary);
+        std::ifstream file(folder.path() / "calls");
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
+    testsupport::InstalledCsp installedCsp{testCsp};
     testsupport::TestStore store;
     testsupport::TestFolder folder;
     std::wstring module = programFolder() + L"faketoken.dll";
     std::string slot = "slot pin=1234";
+    /// Of the script, replaced from run to run.
+    std::string lastLine;
     std::wstring pin = L"1234";
 
     static std::wstring programFolder() {

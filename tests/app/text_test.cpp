@@ -1,7 +1,6 @@
-// Tables, and text that is safe to show.
-#include "output.h"
-
+// Text that is safe to show, and certificates in words.
 #include "certificatetext.h"
+
 #include "memoryregistry.h"
 #include "text.h"
 
@@ -9,26 +8,6 @@
 
 namespace updater {
 namespace {
-
-TEST(Table, AlignsItsColumns) {
-    Table table({L"A", L"LONG", L"END"});
-    table.add({L"longer", L"b", L"c"});
-    EXPECT_EQ(table.text(), L"A       LONG  END\n"
-                            L"longer  b     c\n");
-}
-
-TEST(Table, CountsASurrogatePairAsOneCharacter) {
-    Table table({L"AB", L"C"});
-    table.add({L"\U0001F511", L"d"});
-    EXPECT_EQ(table.text(), L"AB  C\n\U0001F511   d\n");
-}
-
-TEST(Table, IsEmptyUntilItHasARow) {
-    Table table({L"A"});
-    EXPECT_TRUE(table.empty());
-    table.add({L"b"});
-    EXPECT_FALSE(table.empty());
-}
 
 TEST(PrintableText, HasNothingThatMovesACursorBreaksALineOrTurnsDirection) {
     EXPECT_EQ(printable(L"a\x1B[31mb\nc\x7F\x9Bm\u202Ed\u2066"),
@@ -61,6 +40,33 @@ TEST(CertificateText, ShowsThatASubjectCannotBeRead) {
     EXPECT_EQ(subjectText(certificate), L"(unreadable)");
     const auto nameless = certificateOf(CertBuilder().subject(sequence({})).build());
     EXPECT_EQ(subjectText(nameless), L"(no subject)");
+}
+
+TEST(CertificateText, HasTheFriendlyNameThatARegistrationGives) {
+    using namespace testsupport;
+    const auto named = certificateOf(CertBuilder().names("Anna", "Issuer").build());
+    EXPECT_EQ(friendlyNameText(itemOf(named, L"a label")), L"a label");
+    EXPECT_EQ(friendlyNameText(itemOf(named)), L"Anna");
+    const auto organisation = certificateOf(
+        CertBuilder().subject(nameOf({set({attribute("2.5.4.10", utf8String("Org"))})})).build());
+    EXPECT_EQ(friendlyNameText(itemOf(organisation)), L"O=Org");
+    const auto malformed = certificateOf(
+        CertBuilder().subject(nameOf({set({attribute("2.5.4.3", integer(1))})})).build());
+    EXPECT_EQ(friendlyNameText(itemOf(malformed)), L"(unreadable)");
+}
+
+TEST(CertificateText, HasSerialNumberAndMomentsForPrograms) {
+    using namespace testsupport;
+    const auto certificate = certificateOf(
+        CertBuilder()
+            .serialNumber(0x1234)
+            .names("Anna", "Issuer")
+            .validity(sequence({utcTime("260102030405Z"), generalizedTime("20510102030405Z")}))
+            .build());
+    EXPECT_EQ(serialNumberText(certificate), L"1234");
+    EXPECT_EQ(notBeforeText(certificate), L"2026-01-02T03:04:05Z");
+    EXPECT_EQ(notAfterText(certificate), L"2051-01-02T03:04:05Z");
+    EXPECT_EQ(issuerText(certificate), L"CN=Issuer");
 }
 
 } // namespace

@@ -1,0 +1,202 @@
+// Following a token: it appears, changes, fails and goes.
+#include "updatertest.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace updater {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class Watching : public UpdaterTest {
+protected:
+    Watching() {
+        line("pulledwhile " + path("pulled"));
+        line("objectsfrom " + path("objects"));
+        putOnToken({});
+    }
+
+    std::string path(const char* name) const { return (folder.path() / name).string(); }
+
+    /// Has certificates with these numbers, and their keys, on the token, and nothing else.
+    void putOnToken(const std::vector<int>& numbers) {
+        std::string statements;
+        for (const int number : numbers) {
+            const std::string id = "0" + std::to_string(number);
+            statements +=
+                certificateStatement(numbered(number), id) + "\n" + keyStatement(id) + "\n";
+        }
+        folder.replace("objects", statements);
+    }
+    void pull() { folder.write("pulled", ""); }
+    void putBack() { std::filesystem::remove(folder.path() / "pulled"); }
+
+    testsupport::Start watch(const std::vector<std::wstring>& more = {}) const {
+        std::vector<std::wstring> arguments = commandLine(L"watch", {L"--interval", L"0.1"});
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return start(arguments);
+    }
+
+    std::vector<StoreEntry> seenByOthers() const {
+        return testsupport::readStoreInOtherProcess(store.name());
+    }
+    std::ptrdiff_t logins() const {
+        const std::string text = calls();
+        std::ptrdiff_t count = 0;
+        for (std::size_t at = text.find("C_Login"); at != std::string::npos;
+             at = text.find("C_Login", at + 1))
+            ++count;
+        return count;
+    }
+};
+
+TEST_F(Watching, FollowsTheTokenUntilCtrlC) {
+    putOnToken({1});
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForOutput("1 added\n");
+    EXPECT_THAT(seenByOthers(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"Holder 1")));
+
+    putOnToken({1, 2});
+    updater.waitForOutput("1 added\n", 2);
+    putOnToken({2});
+    updater.waitForOutput("1 removed\n");
+    EXPECT_THAT(seenByOthers(), ElementsAre(registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
+
+    updater.interrupt();
+    const Outcome outcome = updater.waitForEnd();
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(outcome.output, EndsWith("stopped\n"));
+    EXPECT_THAT(calls(), EndsWith("C_CloseSession 0\nC_Finalize 0\n"));
+    EXPECT_EQ(logins(), 1) << "one login for as long as the token is there";
+}
+
+TEST_F(Watching, WaitsForATokenAndForItsReturn) {
+    putOnToken({1});
+    pull();
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForOutput("there is no token; waiting for one\n");
+    putBack();
+    updater.waitForOutput("1 added\n");
+    pull();
+    updater.waitForOutput("the token is gone\n");
+    EXPECT_THAT(seenByOthers(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"Holder 1")))
+        << "not asked to clean up";
+    putOnToken({2});
+    putBack();
+    updater.waitForOutput("1 added, 1 removed\n");
+    updater.interrupt();
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(0, IsEmpty()));
+    EXPECT_EQ(logins(), 2);
+}
+
+TEST_F(Watching, CleansUpWhenTheTokenLeavesIfAsked) {
+    const StoreEntry foreign = bare(numbered(9));
+    store.add(foreign);
+    putOnToken({1});
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForOutput("1 added\n");
+    pull();
+    updater.waitForOutput("removed what was registered for 1 container\n");
+    EXPECT_THAT(seenByOthers(), ElementsAre(foreign));
+    putBack();
+    updater.waitForOutput("1 added\n", 2);
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
+TEST_F(Watching, TriesARefusedPinOnceAndEnds) {
+    putOnToken({1});
+    pin = L"4321";
+    testsupport::RunningUpdater updater(watch());
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(5, HasSubstr("the token refused the PIN")));
+    EXPECT_EQ(logins(), 1);
+    EXPECT_THAT(store.entries(), IsEmpty());
+}
+
+TEST_F(Watching, EndsAtAPinThatIsRefusedWhenTheTokenReturns) {
+    putOnToken({1});
+    line("failwhile " + path("locked") + " C_Login 0xA4");
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForOutput("1 added\n");
+    pull();
+    updater.waitForOutput("the token is gone\n");
+    folder.write("locked", "");
+    putBack();
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(5, HasSubstr("the PIN is locked")));
+    EXPECT_EQ(logins(), 2);
+}
+
+TEST_F(Watching, ReportsAFaultAndTriesAgainAfterALongerDelayEachTime) {
+    putOnToken({1});
+    line("failwhile " + path("faulty") + " C_FindObjectsInit 0x30");
+    folder.write("faulty", "");
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForErrors("CKR_DEVICE_ERROR");
+    updater.waitForErrors("the next try is in 1 s");
+    updater.waitForErrors("the next try is in 2 s");
+    std::filesystem::remove(folder.path() / "faulty");
+    updater.waitForOutput("1 added\n");
+    EXPECT_THAT(updater.errors(), Not(HasSubstr("the next try is in 8 s")));
+
+    // Once it worked again, the delay begins anew.
+    folder.write("faulty", "");
+    updater.waitForErrors("the next try is in 1 s", 2);
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
+TEST_F(Watching, DoesNotWriteToTheStoreAfterAFaultThatChangedNothing) {
+    putOnToken({1});
+    line("failwhile " + path("faulty") + " C_FindObjectsInit 0x30");
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForOutput("1 added\n");
+    folder.write("faulty", "");
+    updater.waitForErrors("the next try is in 1 s");
+    std::filesystem::remove(folder.path() / "faulty");
+    putOnToken({1, 2});
+    const std::string output = updater.waitForOutput("1 added\n", 2);
+    EXPECT_THAT(output, Not(HasSubstr("nothing to do")));
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
+TEST_F(Watching, EndsAtOnceIfTheModuleCannotBeLoaded) {
+    module = folder.write("text.dll", "This is no library.").wstring();
+    testsupport::RunningUpdater updater(watch());
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(3, HasSubstr("cannot be loaded")));
+}
+
+TEST_F(Watching, TellsProgramsOfEachEventInALine) {
+    putOnToken({1});
+    line("failwhile " + path("faulty") + " C_FindObjectsInit 0x30");
+    testsupport::RunningUpdater updater(watch({L"--json", L"--clean"}));
+    updater.waitForOutput("\"synchronised\"");
+    folder.write("faulty", "");
+    updater.waitForOutput("\"error\"");
+    pull();
+    std::filesystem::remove(folder.path() / "faulty");
+    updater.waitForOutput("\"cleaned\"");
+    updater.interrupt();
+    const Outcome outcome = updater.waitForEnd();
+    EXPECT_EQ(outcome.exitCode, 0);
+
+    std::vector<std::string> events;
+    std::istringstream lines(outcome.output);
+    for (std::string text; std::getline(lines, text);) {
+        EXPECT_EQ(violationsOfSchema(text), "") << text;
+        events.push_back(nlohmann::json::parse(text).at("event"));
+    }
+    events.erase(std::unique(events.begin(), events.end()), events.end());
+    EXPECT_THAT(events, ElementsAre("watching", "token-present", "synchronised", "error",
+                                    "token-gone", "cleaned", "stopped"));
+}
+
+} // namespace
+} // namespace updater
