@@ -64,6 +64,23 @@ TEST_F(WindowsStore, IsNotWrittenToIfNothingDiffers) {
     EXPECT_EQ(add.count() + set.count() + remove.count(), 0u);
 }
 
+TEST_F(WindowsStore, IsWrittenToForTheOneCertificateThatChanged) {
+    for (int number = 1; number <= 5; ++number)
+        wanted[std::to_wstring(number).c_str()] = wantedOf(numbered(number));
+    synchronised();
+    wanted[L"3"] = wantedOf(numbered(33));
+
+    CryptoHook<decltype(CertAddEncodedCertificateToStore)> add("CertAddEncodedCertificateToStore");
+    CryptoHook<decltype(CertSetCertificateContextProperty)> set(
+        "CertSetCertificateContextProperty");
+    CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
+    EXPECT_THAT(synchronised(), ElementsAre(Kind::added, Kind::removed));
+    // The successor is taken out once more, to see whether it hides another predecessor.
+    EXPECT_EQ(add.count(), 2u);
+    EXPECT_EQ(set.count(), 6u);
+    EXPECT_EQ(remove.count(), 2u);
+}
+
 TEST_F(WindowsStore, KeepsNothingOfACertificateThatItCouldNotRegisterWholly) {
     wanted[L"A"] = wantedOf(numbered(1));
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));

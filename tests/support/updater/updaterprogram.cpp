@@ -11,13 +11,13 @@ constexpr wchar_t updater[] = L"certstoreupdate.exe";
 
 } // namespace
 
-Outcome runUpdater(const Start& start) {
+Outcome runProgram(const std::wstring& fileName, const Start& start) {
     const SharedFile input;
     const SharedFile output;
     const SharedFile errors;
     input.write(start.input);
     const Handle process =
-        launch(updater, start, input.handle(), output.handle(), errors.handle(), DETACHED_PROCESS);
+        launch(fileName, start, input.handle(), output.handle(), errors.handle(), DETACHED_PROCESS);
     try {
         waitForEndOf(process.get());
     } catch (...) {
@@ -26,6 +26,10 @@ Outcome runUpdater(const Start& start) {
     }
     return {exitCodeOf(process.get()), withoutCarriageReturns(output.read()),
             withoutCarriageReturns(errors.read())};
+}
+
+Outcome runUpdater(const Start& start) {
+    return runProgram(updater, start);
 }
 
 RunningUpdater::RunningUpdater(const Start& start) : RunningProgram(updater, start) {}

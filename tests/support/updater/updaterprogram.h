@@ -8,9 +8,11 @@
 
 namespace testsupport {
 
-/// Runs certstoreupdate.exe, which lies beside the test program, without a console, and waits for
-/// its end.
+/// Runs a program that lies beside the test program, without a console, and waits for its end.
 /// \throws std::runtime_error if it cannot be started or does not end
+Outcome runProgram(const std::wstring& fileName, const Start& start);
+
+/// Runs certstoreupdate.exe likewise.
 Outcome runUpdater(const Start& start);
 
 /// certstoreupdate.exe while it runs.
