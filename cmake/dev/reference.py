@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Makes the program's reference from what the program says itself.
 
-reference.py [--check] FILE: writes FILE from --help and from every command's --help; with --check
-compares instead, and ends with 1 and the difference if FILE is not what would be written.
+reference.py [--check] FILE README: writes FILE from --help and from every command's --help, and the
+exit codes between two marks of README; with --check compares instead, and ends with 1 and the
+difference if one of them is not what would be written.
 Environment: CSU_BUILD, CSU_WINE.
 
 Help is blocks between empty lines. A block whose first line ends with a colon and stands alone has
@@ -181,10 +182,12 @@ class Reference:
             "## Environment", "",
             *table(["Variable", "Meaning"], [[code(name), sentence(meaning)] for name, meaning
                                              in self.main.entries("Environment")]),
-            "## Exit status", "",
-            *table(["Code", "Meaning"], [[number, sentence(meaning)] for number, meaning
-                                         in self.main.entries("Exit codes")]),
+            "## Exit status", "", *self.exit_codes(),
         ]
+
+    def exit_codes(self):
+        return table(["Code", "Meaning"], [[number, sentence(meaning)] for number, meaning
+                                           in self.main.entries("Exit codes")])
 
     def purpose(self):
         """The summary up to its first comma, as a word about the program."""
@@ -230,17 +233,32 @@ class Reference:
         return lines
 
 
+BEGIN = "<!-- exit codes, from the program's own help by ./dev docs -->\n"
+END = "<!-- end of exit codes -->\n"
+
+
+def with_exit_codes(readme, reference):
+    before, rest = readme.split(BEGIN)
+    behind = rest.split(END)[1]
+    return before + BEGIN + "\n".join(["", *reference.exit_codes()]) + "\n" + END + behind
+
+
 def main(arguments):
     check = arguments[:1] == ["--check"]
-    file = Path(arguments[check])
-    made = "\n".join(Reference().lines()).rstrip("\n") + "\n"
+    file, readme = (Path(name) for name in arguments[check:])
+    reference = Reference()
+    there = {path: path.read_text(encoding="utf-8") if path.exists() else ""
+             for path in (file, readme)}
+    made = {file: "\n".join(reference.lines()).rstrip("\n") + "\n",
+            readme: with_exit_codes(there[readme], reference)}
     if not check:
-        file.write_text(made, encoding="utf-8")
+        for path, text in made.items():
+            path.write_text(text, encoding="utf-8")
         return 0
-    there = file.read_text(encoding="utf-8") if file.exists() else ""
-    sys.stdout.writelines(difflib.unified_diff(
-        there.splitlines(keepends=True), made.splitlines(keepends=True),
-        str(file), "what ./dev docs would write"))
+    for path, text in made.items():
+        sys.stdout.writelines(difflib.unified_diff(
+            there[path].splitlines(keepends=True), text.splitlines(keepends=True),
+            str(path), "what ./dev docs would write"))
     return 0 if there == made else 1
 
 
