@@ -64,7 +64,7 @@ Order compareChoices(const Choice& a, const Choice& b) {
 Order compare(const Asn1& a, const Asn1& b) {
     if (&a.type() != &b.type())
         return std::strcmp(a.type().name, b.type().name) < 0 ? Order::less : Order::greater;
-    switch (formOf(a.type())) {
+    switch (formOf(a.type(), sourceFile)) {
     case Form::alternatives:
         return compareChoices(static_cast<const Choice&>(a), static_cast<const Choice&>(b));
     case Form::members:

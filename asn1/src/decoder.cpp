@@ -149,7 +149,7 @@ private:
         case TypeClass::generalizedTime:
             return decodePrimitive(type, identifier, position, end);
         }
-        throwUnknownClass(type);
+        throw unknownClass(sourceFile, type);
     }
 
     Position decodeChoice(const Type& type, Position position, Position end) {

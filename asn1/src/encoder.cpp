@@ -31,10 +31,10 @@ const char* innermostMissing(const Type& type, const char* name) {
     return name;
 }
 
-[[noreturn]] void throwMissing(const Type& type, const char* name) {
+[[noreturn]] void throwMissing(const Type& type, const char* name, int line = __builtin_LINE()) {
     throw korv::makeEvent<QuorError_Asn1_Encode>(
-        sourceFile, unsetValue(sourceFile, type),
-        {{L"FIELD_NAME", wideText(innermostMissing(type, name))}});
+        sourceFile, unsetValue(sourceFile, type, line),
+        {{L"FIELD_NAME", wideText(innermostMissing(type, name))}}, line);
 }
 
 class Encoder {
@@ -75,7 +75,7 @@ private:
     /// First stage: the size of a value with its tag. `name` is that of the member.
     std::size_t measure(const Asn1& value, const char* name) {
         const Type& type = value.type();
-        switch (formOf(type)) {
+        switch (formOf(type, sourceFile)) {
         case Form::alternatives: {
             const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
             if (!alternative)
@@ -125,7 +125,7 @@ private:
     /// Second stage: meets the constructed values in the order of the first one.
     void write(const Asn1& value, unsigned char identifier) {
         const Type& type = value.type();
-        switch (formOf(type)) {
+        switch (formOf(type, sourceFile)) {
         case Form::alternatives: {
             const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
             writeMember(*alternative, *alternative->find(value));
@@ -174,7 +174,7 @@ private:
 };
 
 Octets wholeEncoding(const Asn1& value) {
-    if (formOf(value.type()) == Form::encoding)
+    if (formOf(value.type(), sourceFile) == Form::encoding)
         if (const auto& encoded = static_cast<const EncodedValue&>(value); encoded.hasValue())
             return encoded.encodingOctets();
     return Octets(Encoder().encode(value));

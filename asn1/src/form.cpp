@@ -5,14 +5,10 @@
 
 namespace asn1 {
 
-namespace {
-constexpr wchar_t sourceFile[] = L"asn1\\src\\form.cpp";
-}
-
-void throwUnknownClass(const Type& type) {
-    throw korv::makeEvent<QuorError_Asn1_Encode>(
-        sourceFile,
-        {{L"CAUSE", L"UnknwonClass"}, {L"CLASS", static_cast<unsigned>(type.typeClass)}});
+QuorError_Asn1_Encode unknownClass(const wchar_t* file, const Type& type, int line) {
+    return korv::makeEvent<QuorError_Asn1_Encode>(
+        file, {{L"CAUSE", L"UnknwonClass"}, {L"CLASS", static_cast<unsigned>(type.typeClass)}},
+        line);
 }
 
 } // namespace asn1

@@ -12,11 +12,14 @@ enum class Form : unsigned char {
     alternatives, ///< Choice
 };
 
-/// \throws QuorError_Asn1_Encode with "CAUSE" = "UnknwonClass" and "CLASS"
-[[noreturn]] void throwUnknownClass(const Type& type);
+/// "CAUSE" = "UnknwonClass" and "CLASS"
+/// \param file the caller's source file
+QuorError_Asn1_Encode unknownClass(const wchar_t* file, const Type& type,
+                                   int line = __builtin_LINE());
 
-/// Throws `throwUnknownClass`'s error for a type that is none of `TypeClass`.
-inline Form formOf(const Type& type) {
+/// \param file the caller's source file
+/// \throws QuorError_Asn1_Encode, `unknownClass`, for a type that is none of `TypeClass`
+inline Form formOf(const Type& type, const wchar_t* file, int line = __builtin_LINE()) {
     switch (type.typeClass) {
     case TypeClass::choice:
         return Form::alternatives;
@@ -39,7 +42,7 @@ inline Form formOf(const Type& type) {
     case TypeClass::setOf:
         return Form::contents;
     }
-    throwUnknownClass(type);
+    throw unknownClass(file, type, line);
 }
 
 } // namespace asn1

@@ -48,14 +48,26 @@ std::size_t octetsEach(CharacterSet set) {
     return set == CharacterSet::bmp ? 2 : 1;
 }
 
+[[noreturn]] void throwNoCharacterString(unsigned char identifier, int line = __builtin_LINE()) {
+    const auto wrongTag = korv::makeEvent<QuorError_Asn1_InvalidTag>(
+        sourceFile,
+        {{L"EXPECTED_TAG", L"0C 12 13 14 15 16 19 1A 1B 1C 1E"},
+         {L"FOUND_TAG", buffer::hexEncode({&identifier, 1})}},
+        line);
+    throw korv::makeEvent<QuorError_Asn1_Decode>(
+        sourceFile, wrongTag, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}}, line);
+}
+
 /// The text of any character string, whichever one the type of attribute asks for: certificates
 /// of all ages are to be shown, not judged.
 Text characterStringText(Range encoding) {
     const Element element = elementAt(encoding.begin(), encoding.end());
     const unsigned char identifier = tag::masked(element.identifier());
     const auto set = static_cast<CharacterSet>(identifier);
+    if (!isCharacterSet(identifier))
+        throwNoCharacterString(element.identifier());
     const Range contents = element.contentsRange();
-    if (!isCharacterSet(identifier) || contents.size() % octetsEach(set) != 0)
+    if (contents.size() % octetsEach(set) != 0)
         throw korv::makeEvent<QuorError_Asn1_Decode>(
             sourceFile, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}});
     return characterText(set, contents);

@@ -36,9 +36,9 @@ std::string_view charactersOf(Range contents) noexcept {
 }
 
 /// Contents that a program sets: copied if they are valid for the type.
-Octets checkedContents(const Type& type, Range contents) {
+Octets checkedContents(const Type& type, Range contents, int line = __builtin_LINE()) {
     if (!contentsFit(type.typeClass, contents, Rules::der))
-        throw settingValue(sourceFile, type);
+        throw settingValue(sourceFile, type, line);
     return Octets(copyOf(contents));
 }
 

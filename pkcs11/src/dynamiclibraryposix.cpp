@@ -31,13 +31,16 @@ fs::path findByName(const fs::path& name) {
     std::error_code ignored;
     const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
     for (const fs::path& directory : {program.parent_path(), fs::path(systemDirectory)})
-        if (fs::is_regular_file(directory / name, ignored))
+        // A directory that the system does not tell would be the current one.
+        if (!directory.empty() && fs::is_regular_file(directory / name, ignored))
             return directory / name;
     return {};
 }
 
+// The absolute path that is loaded; empty if there is none.
 fs::path resolve(const fs::path& path) {
-    return path.has_parent_path() ? fs::absolute(path) : findByName(path);
+    std::error_code ignored; // without a current directory there is no path
+    return path.has_parent_path() ? fs::absolute(path, ignored) : findByName(path);
 }
 
 } // namespace

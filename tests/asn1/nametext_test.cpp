@@ -200,9 +200,15 @@ TEST(NameText, OfMalformedUtf8IsAnError) {
 }
 
 TEST(NameText, OfAKnownTypeWithoutACharacterStringIsAnError) {
-    for (const Bytes& value : {integer(5), null(), octetString({0x41}), sequence({utf8String("A")}),
-                               bitString({0x41}), utcTime("260101000000Z"), element(0x8C, {0x41})})
-        EXPECT_EQ(thrownBy([&] { toText(attributeOf("CN", value)); }), mismatch(0));
+    struct Row {
+        Bytes value;
+        const char* foundTag;
+    };
+    for (const Row& row : {Row{integer(5), "02"}, Row{null(), "05"}, Row{octetString({0x41}), "04"},
+                           Row{sequence({utf8String("A")}), "30"}, Row{bitString({0x41}), "03"},
+                           Row{utcTime("260101000000Z"), "17"}, Row{element(0x8C, {0x41}), "8C"}})
+        EXPECT_EQ(thrownBy([&] { toText(attributeOf("CN", row.value)); }),
+                  wrongTag("0C 12 13 14 15 16 19 1A 1B 1C 1E", row.foundTag, 0));
 }
 
 TEST(NameText, OfWideStringsThatAreNoWholeCharactersIsAnError) {
