@@ -31,7 +31,8 @@ std::wstring decode(const std::string& text, DWORD flags) {
     if (wideSize <= 0)
         return {};
     std::wstring wide(static_cast<std::size_t>(wideSize), L'\0');
-    MultiByteToWideChar(CP_ACP, flags, text.data(), size, wide.data(), wideSize);
+    wide.resize(static_cast<std::size_t>(
+        MultiByteToWideChar(CP_ACP, flags, text.data(), size, wide.data(), wideSize)));
     return wide;
 }
 
@@ -83,13 +84,21 @@ std::wstring findByName(std::wstring name) {
     return {};
 }
 
-// The absolute path that is loaded; empty if there is none.
-std::wstring resolve(const std::wstring& path) {
+// The absolute path that is loaded.
+struct Resolved {
+    std::wstring path; // empty if there is none
+    DWORD error;       // why, then
+};
+
+Resolved resolve(const std::wstring& path) {
     if (path.find_first_of(L"\\/:") == std::wstring::npos)
-        return findByName(path);
-    return filled([&](wchar_t* buffer, DWORD capacity) {
+        return {findByName(path), ERROR_MOD_NOT_FOUND};
+    Resolved absolute{};
+    absolute.path = filled([&](wchar_t* buffer, DWORD capacity) {
         return GetFullPathNameW(path.c_str(), capacity, buffer, nullptr);
     });
+    absolute.error = GetLastError();
+    return absolute;
 }
 
 // A file that is no module is our caller's business, not a dialog's.
@@ -113,9 +122,9 @@ DynamicLibrary::DynamicLibrary(const std::string& path) {
     const std::wstring wide = decode(path, MB_ERR_INVALID_CHARS);
     if (wide.empty())
         throwNotLoaded(path, GetLastError());
-    const std::wstring resolved = resolve(wide);
+    const auto [resolved, resolveError] = resolve(wide);
     if (resolved.empty())
-        throwNotLoaded(path, ERROR_MOD_NOT_FOUND);
+        throwNotLoaded(path, resolveError);
 
     DWORD error = ERROR_SUCCESS;
     {

@@ -104,6 +104,18 @@ TEST(WindowsLoader, IsNotAskedForAPathThatIsNoTextOfTheCodePage) {
     EXPECT_EQ(loading.count(), 0u);
 }
 
+TEST(WindowsLoader, ReportsWhyAPathCannotBeDecoded) {
+    auto decoding = hook<decltype(MultiByteToWideChar)>("MultiByteToWideChar");
+    decoding.fail(2, 0, ERROR_NO_UNICODE_TRANSLATION);
+    EXPECT_EQ(reasonForNotLoading(modulePath()), L"1113");
+}
+
+TEST(WindowsLoader, ReportsWhyAPathHasNoAbsoluteForm) {
+    auto making = hook<decltype(GetFullPathNameW)>("GetFullPathNameW");
+    making.fail(1, 0, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(reasonForNotLoading(modulePath()), L"8");
+}
+
 // Without the directory in front a name would be looked for in the current directory.
 TEST(WindowsLoader, DoesNotTakeTheCurrentDirectoryForOneThatWindowsDoesNotTell) {
     const fs::path previous = fs::current_path();
