@@ -200,14 +200,15 @@ CK_RV login(CK_SESSION_HANDLE handle, CK_USER_TYPE userType, CK_UTF8CHAR* pin, C
     Call call = makeCall("C_Login", handle);
     call.userType = userType;
     call.pin = pin;
-    if (pin)
+    if (pin && control().recordPins)
         call.pinBytes.assign(pin, pin + length);
     return answerInSession(std::move(call), [&](Session& session) -> CK_RV {
         if (isLoggedIn(session))
             return CKR_USER_ALREADY_LOGGED_IN;
         if (userType != CKU_USER)
             return CKR_USER_TYPE_INVALID;
-        if (!pin || Bytes(pin, pin + length) != findSlot(session.slot)->pin)
+        const Bytes& right = findSlot(session.slot)->pin;
+        if (!pin || !std::equal(pin, pin + length, right.begin(), right.end()))
             return CKR_PIN_INCORRECT;
         session.loggedIn = true;
         return CKR_OK;

@@ -175,6 +175,8 @@ public:
     bool endlessSearch = false;
     /// C_GetFunctionList succeeds and gives no list.
     bool nullFunctionList = false;
+    /// Calls of C_Login record the bytes of the PIN. Without, no copy of them is made.
+    bool recordPins = true;
     /// This function is a null pointer in the list; set it before the list is fetched.
     std::string missingFunction;
 
