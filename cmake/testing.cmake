@@ -10,6 +10,9 @@ find_file(CERTSTOREUPDATER_NATIVE_SOFTHSM libsofthsm2.so
   PATHS /usr/lib/softhsm /usr/lib/x86_64-linux-gnu/softhsm
   NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 
+# All test programs that have tests with several threads.
+add_custom_target(threadtests)
+
 # Writes a path of the host as Wine's programs see it.
 function(certstoreupdater_windows_path result path)
   if(WIN32 AND CMAKE_HOST_UNIX)
@@ -26,13 +29,14 @@ function(certstoreupdater_test_room result)
 endfunction()
 
 # certstoreupdater_add_test(<name> SOURCES file... [LIBRARIES target...]
-#                           [ENVIRONMENT key=value...] [DEPENDS target...] [SERIAL])
+#                           [ENVIRONMENT key=value...] [DEPENDS target...] [SERIAL] [THREADS])
 #
 # A GoogleTest program and one test of the same name that runs all of it in one process and
 # leaves its results in test-results/<name>.json. SERIAL keeps other tests from running beside
-# it: for programs that change what all processes share, such as the registry.
+# it: for programs that change what all processes share, such as the registry. THREADS says that
+# it has tests with several threads: only these are tests in a build with the thread sanitizer.
 function(certstoreupdater_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "SOURCES;LIBRARIES;ENVIRONMENT;DEPENDS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL;THREADS" "" "SOURCES;LIBRARIES;ENVIRONMENT;DEPENDS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
   endif()
@@ -41,6 +45,11 @@ function(certstoreupdater_add_test name)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} deps::gtest_main project_warnings)
   if(arg_DEPENDS)
     add_dependencies(${name} ${arg_DEPENDS})
+  endif()
+  if(arg_THREADS)
+    add_dependencies(threadtests ${name})
+  elseif(CERTSTOREUPDATER_SANITIZERS STREQUAL "thread")
+    return()
   endif()
 
   certstoreupdater_windows_path(results "${CERTSTOREUPDATER_TEST_RESULTS}/${name}.json")
@@ -64,6 +73,9 @@ function(certstoreupdater_add_script_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "COMMAND;ENVIRONMENT")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
+  endif()
+  if(CERTSTOREUPDATER_SANITIZERS STREQUAL "thread")
+    return()
   endif()
 
   add_test(NAME ${name} COMMAND ${arg_COMMAND})

@@ -1,46 +1,26 @@
-// Buffers and events that many threads copy, use and release at once.
-//
-// The program is worth most under the thread sanitizer:
-//   cmake --preset native -B build/native-thread -D CERTSTOREUPDATER_SANITIZERS=thread
-//   cmake --build build/native-thread --target util_concurrency_test
-//   build/native-thread/bin/util_concurrency_test
+// Buffers and events that many threads copy, use and release at once. Worth most under the thread
+// sanitizer.
 #include "bufcodecs.h"
 #include "makeevent.h"
+#include "onallthreads.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
-#include <thread>
 #include <vector>
 
 using buffer::Buffer;
 using buffer::BufferError_InvalidEncodingUnit;
 using korv::GenericEvent;
+using testsupport::onAllThreads;
+using testsupport::threadCount;
 
 namespace {
 
-constexpr int threadCount = 4;
 constexpr int rounds = 2000;
 
 const wchar_t longText[] = L"a text of more than fifteen units";
-
-/// Runs `work(thread number)` on all threads, which begin together. They wait by looking: with
-/// std::latch this program once hung under Wine.
-template <class Work>
-void onAllThreads(Work work) {
-    std::atomic<int> ready = 0;
-    std::vector<std::thread> threads;
-    for (int number = 0; number != threadCount; ++number)
-        threads.emplace_back([&, number] {
-            ++ready;
-            while (ready != threadCount)
-                std::this_thread::yield();
-            work(number);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-}
 
 } // namespace
 

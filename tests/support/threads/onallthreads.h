@@ -1,0 +1,29 @@
+// Work on many threads at once.
+#pragma once
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace testsupport {
+
+inline constexpr int threadCount = 4;
+
+/// Runs `work(thread number)` on all threads, which begin together, and waits for their end. They
+/// wait by looking: with std::latch a program once hung under Wine.
+template <class Work>
+void onAllThreads(Work work) {
+    std::atomic<int> ready = 0;
+    std::vector<std::thread> threads;
+    for (int number = 0; number != threadCount; ++number)
+        threads.emplace_back([&, number] {
+            ++ready;
+            while (ready != threadCount)
+                std::this_thread::yield();
+            work(number);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace testsupport
