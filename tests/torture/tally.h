@@ -19,6 +19,7 @@ public:
     Tally(const Tally&) = delete;
     Tally& operator=(const Tally&) = delete;
     ~Tally() {
+        EXPECT_GT(runs_, 0u) << kind_;
         testing::Test::RecordProperty("torture", kind_);
         record("runs", runs_);
         record("failed_runs", failedRuns_);

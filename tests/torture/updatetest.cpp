@@ -277,6 +277,16 @@ void UpdateTest::expectStoreCanBeCompleted() {
     expectCleanUpdate({});
 }
 
+void UpdateTest::expectRemoved() {
+    expectEntries(store.entries(), foreign_);
+}
+
+void UpdateTest::expectNoPartialEntries() {
+    const std::vector<StoreEntry> present = store.entries();
+    expectForeignEntries(present);
+    EXPECT_TRUE(partialEntries(present).empty());
+}
+
 void UpdateTest::expectAllStatesWereMet() const {
     EXPECT_GT(partialsMet_, 0u);
     EXPECT_GT(referencesKept_, 0u);
@@ -305,9 +315,13 @@ void UpdateTest::expectCleanUpdate(const std::vector<StoreEntry>& partial) {
 }
 
 void UpdateTest::deleteCertificatesOfToken() {
+    CertStoreHelper(store.name()).deleteCertificates(*readToken());
+}
+
+std::unique_ptr<CertMap> UpdateTest::readToken() const {
     Pkcs11Helper helper(modulePath);
     helper.login(pin());
-    CertStoreHelper(store.name()).deleteCertificates(*helper.getCertsWithPrivateKey());
+    return helper.getCertsWithPrivateKey();
 }
 
 const StoreEntry& UpdateTest::entryOf(const Bytes& certificate) const {

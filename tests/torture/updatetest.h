@@ -5,12 +5,14 @@
 #include "outcome.h"
 #include "windowscalls.h"
 
+#include "certitem.h"
 #include "loadedtoken.h"
 #include "storeview.h"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,9 +57,14 @@ protected:
     void expectStoreCanBeCompleted();
     void expectStoreIsUntouched();
     void expectStoreIsComplete();
+    /// No certificate of the library is in the store; the others are.
+    void expectRemoved();
+    void expectNoPartialEntries();
     /// Certificates were left without all their properties, and references were kept.
     void expectAllStatesWereMet() const;
 
+    /// The certificates of the token that are registered.
+    std::unique_ptr<pkcs11::certstoreupdater::CertMap> readToken() const;
     /// What the store is to hold of a certificate of the token.
     const testsupport::StoreEntry& entryOf(const Bytes& certificate) const;
 
