@@ -29,11 +29,19 @@ using testsupport::StoreEntry;
 
 constexpr char issuer[] = "Torture issuer";
 
-Bytes leaf(int number) {
-    return CertBuilder()
-        .serialNumber(number)
-        .names("Holder " + std::to_string(number), issuer)
-        .build();
+std::string holder(int number) {
+    return "Holder " + std::to_string(number);
+}
+
+/// A certificate of holder 1, 2, ... 21.
+const Bytes& leaf(int number) {
+    static const std::vector<Bytes> leaves = [] {
+        std::vector<Bytes> made;
+        for (int i = 1; i <= 21; ++i)
+            made.push_back(CertBuilder().serialNumber(i).names(holder(i), issuer).build());
+        return made;
+    }();
+    return leaves.at(static_cast<std::size_t>(number - 1));
 }
 
 Bytes selfSigned() {
@@ -63,9 +71,9 @@ bool isBefore(const StoreEntry& one, const StoreEntry& other) {
 /// A certificate and the properties that it has, to be read in a failing test.
 std::string summaryOf(const StoreEntry& entry) {
     std::string text;
-    for (int number = 1; number != 30; ++number)
+    for (int number = 1; number <= 21; ++number)
         if (entry.encoded == leaf(number))
-            text = "Holder " + std::to_string(number);
+            text = holder(number);
     if (entry.keyProvInfo)
         text += ", key provider information";
     if (entry.friendlyName)
