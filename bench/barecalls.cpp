@@ -42,7 +42,7 @@ CK_FUNCTION_LIST* load(const wchar_t* module) {
     return functions;
 }
 
-CK_SESSION_HANDLE logIn(CK_FUNCTION_LIST* token, std::string pin) {
+CK_SESSION_HANDLE logIn(CK_FUNCTION_LIST* token, const std::string& pin) {
     CK_SLOT_ID slot = 0;
     CK_ULONG count = 1;
     require(token->C_GetSlotList(CK_TRUE, &slot, &count), "C_GetSlotList");
@@ -50,8 +50,8 @@ CK_SESSION_HANDLE logIn(CK_FUNCTION_LIST* token, std::string pin) {
     require(
         token->C_OpenSession(slot, CKF_RW_SESSION | CKF_SERIAL_SESSION, nullptr, nullptr, &session),
         "C_OpenSession");
-    require(token->C_Login(session, CKU_USER, reinterpret_cast<unsigned char*>(pin.data()),
-                           static_cast<CK_ULONG>(pin.size())),
+    std::vector<CK_UTF8CHAR> bytes(pin.begin(), pin.end());
+    require(token->C_Login(session, CKU_USER, bytes.data(), static_cast<CK_ULONG>(bytes.size())),
             "C_Login");
     return session;
 }

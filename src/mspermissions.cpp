@@ -214,8 +214,9 @@ bool MSPermissionsUtils::hasPermissions(const SecurityDescriptorDacl& descriptor
     return false;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers link to a path by value.
 void MSPermissionsUtils::addPermissions(boost::filesystem::path path, const AnyPackageSid& sid) {
-    const std::wstring file = path.native();
+    const std::wstring& file = path.native();
     const SecurityDescriptorDacl current(file);
     if (hasPermissions(current, sid))
         return;
@@ -224,6 +225,7 @@ void MSPermissionsUtils::addPermissions(boost::filesystem::path path, const AnyP
         throwFailureOf(L"SetFileSecurity");
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as above.
 void MSPermissionsUtils::addPermissionsRecursive(boost::filesystem::path path,
                                                  const AnyPackageSid& sid) {
     grantTree(path, sid, 0);

@@ -31,6 +31,11 @@ def room_of(path):
     return PurePosixPath(path).parts[0]
 
 
+def maker_of(header, room):
+    """The room itself, if the build makes the header of a template there."""
+    return room if Path(room, header + ".in").is_file() else None
+
+
 def complaints(files):
     owner = {PurePosixPath(file).name: room_of(file)
              for file in files if file.endswith(".h") and room_of(file) in BELOW}
@@ -42,7 +47,7 @@ def complaints(files):
                 yield f"{file}: {header} is not for this file"
             if quote == "<" or room not in BELOW:
                 continue
-            other = owner.get(PurePosixPath(header).name)
+            other = owner.get(PurePosixPath(header).name) or maker_of(header, room)
             if other is None:
                 yield f"{file}: no room has {header}"
             elif other != room and other not in BELOW[room]:
