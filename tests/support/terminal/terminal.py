@@ -128,7 +128,11 @@ class Terminal:
 
     def __exit__(self, *_):
         if self._status is None:
-            os.killpg(self._process, signal.SIGKILL)
+            try:
+                os.killpg(self._process, signal.SIGKILL)
+            except ProcessLookupError:
+                # It is so young that it has no group of its own yet.
+                os.kill(self._process, signal.SIGKILL)
             os.waitpid(self._process, 0)
         os.close(self._terminal)
 
