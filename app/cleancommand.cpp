@@ -8,7 +8,8 @@ namespace updater {
 
 void cleanStore(const Options& options, Output& output) {
     warnUnlessInstalled(options.csp, output);
-    output.member("clean") = clean(options, output);
+    const Interruption interruption;
+    output.member("clean") = clean(options, interruption, output);
 }
 
 } // namespace updater

@@ -26,8 +26,8 @@ std::wstring containers(std::size_t count) {
 
 } // namespace
 
-Json clean(const Options& options, Output& output) {
-    const StoreLock lock(options.store, output);
+Json clean(const Options& options, const Interruption& interruption, Output& output) {
+    const StoreLock lock(options.store, interruption, output);
     CspStore store(options.store, options.csp);
     const Counts before = countListed(store);
     store.clean();

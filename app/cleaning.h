@@ -2,6 +2,7 @@
 #pragma once
 
 #include "commandline.h"
+#include "interruption.h"
 #include "output.h"
 
 namespace updater {
@@ -9,6 +10,6 @@ namespace updater {
 /// Removes what is registered for the CSP and tells what was done.
 /// \returns the same for programs
 /// \throws Failure
-Json clean(const Options& options, Output& output);
+Json clean(const Options& options, const Interruption& interruption, Output& output);
 
 } // namespace updater

@@ -52,4 +52,8 @@ bool Interruption::waitFor(std::chrono::milliseconds time) const noexcept {
     return WaitForSingleObject(requestedEvent(), milliseconds) == WAIT_OBJECT_0;
 }
 
+void* Interruption::event() const noexcept {
+    return requestedEvent();
+}
+
 } // namespace updater

@@ -19,6 +19,9 @@ public:
     /// Waits until the time is over or the process is asked to end.
     /// \returns whether it is asked to end
     bool waitFor(std::chrono::milliseconds time) const noexcept;
+
+    /// A kernel object (HANDLE) that is signalled once the process is asked to end; not owned.
+    void* event() const noexcept;
 };
 
 } // namespace updater

@@ -14,17 +14,20 @@ namespace {
 
 constexpr auto npos = std::wstring::npos;
 
-/// What the loader would do silently, so that the file that it opens is the one that was checked.
-std::wstring withExtension(const std::wstring& name) {
-    const std::size_t folder = name.find_last_of(L"\\/:");
-    const std::size_t file = folder == npos ? 0 : folder + 1;
-    return name.find(L'.', file) == npos ? name + L".dll" : name;
+/// Whether the last part of a path has a dot.
+bool hasExtension(const std::wstring& path) {
+    const std::size_t folder = path.find_last_of(L"\\/:");
+    return path.find(L'.', folder == npos ? 0 : folder + 1) != npos;
 }
 
-std::wstring fullPathOf(const std::wstring& name) {
+/// A name without a dot gets what the loader would add silently, so that the file that it opens is
+/// the one that was checked.
+std::wstring withExtension(const std::wstring& name) {
+    return hasExtension(name) ? name : name + L".dll";
+}
+
+std::wstring findByName(const std::wstring& name) {
     const std::wstring file = withExtension(name);
-    if (file.find_first_of(L"\\/:") != npos)
-        return fullPath(file);
     for (const std::wstring& folder : {programFolder(), systemFolder()})
         if (!folder.empty() &&
             GetFileAttributesW((folder + file).c_str()) != INVALID_FILE_ATTRIBUTES)
@@ -33,6 +36,12 @@ std::wstring fullPathOf(const std::wstring& name) {
                   L"the module \"" + name +
                       L"\" is neither beside this program nor in the system's folder; give its "
                       L"whole path");
+}
+
+/// The whole path takes away dots and blanks at the end, as Windows does, so it is looked at last.
+std::wstring fullPathOf(const std::wstring& name) {
+    const bool hasFolder = name.find_first_of(L"\\/:") != npos;
+    return withExtension(fullPath(hasFolder ? name : findByName(name)));
 }
 
 Handle openAgainstChanges(const std::wstring& path) {

@@ -66,24 +66,24 @@ void Output::detail(std::wstring_view line) const {
 }
 
 void Output::warn(std::wstring_view line) {
+    if (!options_.quiet)
+        say(L"warning: " + std::wstring(line), Colour::attention);
     Json warning{{"message", toUtf8(line)}};
     if (options_.lines)
         event({{"event", "warning"}, {"warning", std::move(warning)}});
     else
         document_["warnings"].push_back(std::move(warning));
-    if (!options_.quiet)
-        say(L"warning: " + std::wstring(line), Colour::attention);
 }
 
 void Output::fail(const Failure& failure) {
-    if (options_.lines)
-        event({{"event", "error"}, {"error", toJson(failure)}});
-    else {
-        document_["errors"].push_back(toJson(failure));
-        if (code_ == ExitCode::done)
-            code_ = failure.code();
-    }
     say(failure.line(), Colour::bad);
+    if (options_.lines) {
+        event({{"event", "error"}, {"error", toJson(failure)}});
+        return;
+    }
+    document_["errors"].push_back(toJson(failure));
+    if (code_ == ExitCode::done)
+        code_ = failure.code();
 }
 
 void Output::event(const Json& event) const {

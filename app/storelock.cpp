@@ -60,7 +60,8 @@ std::wstring mutexName(const std::wstring& store) {
 
 } // namespace
 
-StoreLock::StoreLock(const std::wstring& store, const Output& output)
+StoreLock::StoreLock(const std::wstring& store, const Interruption& interruption,
+                     const Output& output)
     : mutex_(CreateMutexW(nullptr, FALSE, mutexName(store).c_str())) {
     if (!mutex_)
         throw notLocked(store, L"CreateMutex", GetLastError());
@@ -68,11 +69,15 @@ StoreLock::StoreLock(const std::wstring& store, const Output& output)
     if (answer == WAIT_TIMEOUT) {
         output.note(L"waiting for another run of this program that changes the store \"" + store +
                     L"\"");
-        answer = WaitForSingleObject(mutex_.get(), INFINITE);
+        const HANDLE handles[] = {mutex_.get(), interruption.event()};
+        answer = WaitForMultipleObjects(2, handles, FALSE, INFINITE);
     }
+    if (answer == WAIT_OBJECT_0 + 1)
+        throw Failure(ExitCode::incomplete, L"interrupted while another run changed the store \"" +
+                                                store + L"\"; this one changed nothing");
     // An abandoned mutex is one whose run was killed; what that left behind is found and put right.
     if (answer != WAIT_OBJECT_0 && answer != WAIT_ABANDONED)
-        throw notLocked(store, L"WaitForSingleObject", GetLastError());
+        throw notLocked(store, L"waiting", GetLastError());
 }
 
 StoreLock::~StoreLock() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "files.h"
+#include "interruption.h"
 #include "output.h"
 
 #include <string>
@@ -13,8 +14,8 @@ namespace updater {
 class StoreLock {
 public:
     /// Waits, and says so, while another run has the store.
-    /// \throws Failure (store)
-    StoreLock(const std::wstring& store, const Output& output);
+    /// \throws Failure (store); Failure (incomplete) if the process is asked to end meanwhile
+    StoreLock(const std::wstring& store, const Interruption& interruption, const Output& output);
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
     ~StoreLock();

@@ -142,7 +142,7 @@ void update(const Options& options, const WantedMap& wanted, const Interruption&
     // What changes nothing waits for nobody.
     std::optional<StoreLock> lock;
     if (!options.dryRun)
-        lock.emplace(options.store, output);
+        lock.emplace(options.store, interruption, output);
     CspStore store(options.store, options.csp);
     Rehearsal rehearsal(store);
     CspRegistry& registry = options.dryRun ? static_cast<CspRegistry&>(rehearsal) : store;

@@ -96,11 +96,22 @@ private:
 
     void followPresent(Token& token) {
         wasLoaded_ = true;
-        token.logIn(pin_);
+        logIn(token);
         do {
             look(token);
             backoff_.reset();
         } while (!interruption_.waitFor(options_.interval));
+    }
+
+    /// Modules answer a wrong PIN with codes of their own, too, and a token locks after a few: so
+    /// whatever a login fails with is final, unless the token was gone.
+    void logIn(Token& token) {
+        try {
+            token.logIn(pin_);
+        } catch (const Failure& failure) {
+            loginFailed_ = failure.code() != ExitCode::tokenAbsent;
+            throw;
+        }
     }
 
     void look(const Token& token) {
@@ -133,7 +144,7 @@ private:
         }
         presence_ = Presence::absent;
         if (mustClean_) {
-            const Json result = clean(options_, output_);
+            const Json result = clean(options_, interruption_, output_);
             output_.event({{"event", "cleaned"}, {"clean", result}});
             mustClean_ = false;
         }
@@ -142,10 +153,10 @@ private:
 
     /// Waits until it is worth trying again, or gives up.
     void recover(const Failure& failure) {
-        if (failure.code() == ExitCode::pinRefused)
+        if (isFinal(failure)) {
             pin_.wipe();
-        if (isFinal(failure))
             throw failure;
+        }
         // A token that was pulled while it was followed is no fault: the next look tells.
         if (failure.code() == ExitCode::tokenAbsent && hasRead_) {
             interruption_.waitFor(options_.interval);
@@ -160,9 +171,10 @@ private:
     }
 
     /// Whether trying again would lock the token or load what must not be loaded, or the command
-    /// line names no module at all.
+    /// line names no module at all, or nobody could hear of it.
     bool isFinal(const Failure& failure) const {
-        return failure.code() == ExitCode::pinRefused || failure.code() == ExitCode::signature ||
+        return loginFailed_ || failure.code() == ExitCode::signature ||
+               failure.code() == ExitCode::unexpected ||
                (failure.code() == ExitCode::module && !wasLoaded_);
     }
 
@@ -178,6 +190,7 @@ private:
     Pin pin_;
     const Interruption interruption_; ///< made after the PIN was asked for: that can be broken off
     Backoff backoff_;
+    bool loginFailed_ = false;
     bool wasLoaded_ = false; ///< the module, once at least
     bool hasRead_ = false;   ///< the token, since the module was loaded
     Presence presence_ = Presence::unknown;

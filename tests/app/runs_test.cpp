@@ -126,7 +126,8 @@ TEST_F(Runs, SideBySideDoTheWorkOnce) {
 TEST_F(Runs, WaitWhileAnotherOneChangesTheStore) {
     fillToken(1);
     const Output silent("", {.quiet = true});
-    auto lock = std::make_unique<StoreLock>(store.name(), silent);
+    const Interruption interruption;
+    auto lock = std::make_unique<StoreLock>(store.name(), interruption, silent);
     testsupport::RunningUpdater updater(start(commandLine(L"sync")));
     updater.waitForErrors("waiting for another run");
     EXPECT_EQ(updater.output(), "");
@@ -135,6 +136,18 @@ TEST_F(Runs, WaitWhileAnotherOneChangesTheStore) {
     lock.reset();
     EXPECT_THAT(updater.waitForEnd().output, EndsWith("1 added\n"));
     expectStoreToBeInStep();
+}
+
+TEST_F(Runs, EndAtCtrlCWhileTheyWaitForAnotherOne) {
+    fillToken(1);
+    const Output silent("", {.quiet = true});
+    const Interruption interruption;
+    const StoreLock lock(store.name(), interruption, silent);
+    testsupport::RunningUpdater updater(start(commandLine(L"sync")));
+    updater.waitForErrors("waiting for another run");
+    updater.interrupt();
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(11, HasSubstr("interrupted while another run")));
+    EXPECT_THAT(seenByOthers(), IsEmpty());
 }
 
 TEST_F(Runs, ChangeNothingWhereverTheTokenIsPulled) {

@@ -50,6 +50,11 @@ TEST_F(SignedModule, IsTheFileThatTheLoaderWouldOpen) {
     std::filesystem::copy_file(module, folder.path() / "module");
     module = (folder.path() / "module").wstring();
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(8, HasSubstr("module.dll")));
+    // Windows takes a dot at the end away, which the loader would then make up for.
+    const std::wstring withoutDot = module;
+    module += L".";
+    EXPECT_THAT(syncWithoutPermission(), EndsWithCode(8, HasSubstr("module.dll")));
+    module = withoutDot;
     std::filesystem::copy_file(signedFile(L"signed.dll"), copy,
                                std::filesystem::copy_options::overwrite_existing);
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(0, IsEmpty()));
