@@ -55,8 +55,8 @@ TEST_F(SignedModule, IsTheFileThatTheLoaderWouldOpen) {
     module += L".";
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(8, HasSubstr("module.dll")));
     module = withoutDot;
-    std::filesystem::copy_file(signedFile(L"signed.dll"), copy,
-                               std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::remove(copy);
+    std::filesystem::copy_file(signedFile(L"signed.dll"), copy);
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(0, IsEmpty()));
 }
 

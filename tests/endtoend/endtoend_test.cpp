@@ -1,5 +1,6 @@
 // The program's whole work on a real token and a real store, seen from another process.
 #include "certbuilder.h"
+#include "installedcsp.h"
 #include "registrytimes.h"
 #include "softtoken.h"
 #include "storeview.h"
@@ -61,7 +62,8 @@ protected:
     Outcome run(const std::wstring& command) {
         std::vector<std::wstring> arguments{command, L"--csp", csp, L"--store", store.name()};
         if (command == L"status" || command == L"sync") {
-            arguments.insert(arguments.end(), {L"--module", SoftToken::module(), L"--pin-stdin"});
+            arguments.insert(arguments.end(), {L"--module", SoftToken::module(),
+                                               L"--allow-unsigned-module", L"--pin-stdin"});
         }
         return runUpdater({arguments, pin + "\n", token.environment()});
     }
@@ -77,6 +79,7 @@ protected:
         token.addCertificate(encoded, id, label);
     }
 
+    InstalledCsp installed{csp};
     TestFolder folder;
     TestStore store;
     SoftToken token{folder.path()};
