@@ -64,6 +64,12 @@ std::vector<Accepted> constructedBits() {
             full().uniqueIds(fromHex("81 02 00 C1"))),
         row("a constructed signature", full().signature(fromHex("23 02 00 5A")),
             full().signature(bitString({0x5A}))),
+        row("a signature in segments, which are taken for its octets",
+            full().signature(fromHex("23 07 03 02 00 5A 03 01 00")),
+            full().signature(fromHex("03 07 03 02 00 5A 03 01 00"))),
+        row("an issuerUId with an explicit tag, whose contents are taken for its octets",
+            full().uniqueIds(fromHex("A1 04 03 02 00 C0")),
+            full().uniqueIds(fromHex("81 04 03 02 00 C0"))),
         row("primitive extensions", extensions(withTag(0x10, sequence({usualExtension}))),
             extensions(sequence({usualExtension}))),
         row("a primitive extension", extensions(sequence({withTag(0x10, usualExtension)})),
@@ -74,6 +80,9 @@ std::vector<Accepted> constructedBits() {
         row("a constructed extension value",
             extensions(sequence({sequence({someId, boolean(true), fromHex("24 02 01 02")})})),
             extensions(sequence({usualExtension}))),
+        row("an extension value in segments, which are taken for its octets",
+            extensions(sequence({sequence({someId, boolean(true), fromHex("24 04 04 02 01 02")})})),
+            extensions(sequence({sequence({someId, boolean(true), octetString({4, 2, 1, 2})})}))),
     };
 }
 
@@ -98,6 +107,15 @@ std::vector<Accepted> names() {
         value("a BMPString of three octets", element(0x1E, {0, 0x41, 0})),
         value("a UniversalString of two octets", element(0x1C, {0, 0x41})),
         value("an IA5String beyond ASCII", ia5String("\xE9")),
+        value("a NumericString with a letter", element(0x12, fromText("1a"))),
+        value("a VisibleString with a control character", element(0x1A, {7})),
+        value("a TeletexString that changes its character set", teletexString({0x1B, 0x28, 0x42})),
+        value("a UTF8String of an overlong form", utf8String("\xC0\x80")),
+        value("a NULL with an octet", element(0x05, {0})),
+        value("an INTEGER without octets", element(0x02, {})),
+        value("an identifier that does not end", element(0x06, {0x81})),
+        value("a BIT STRING with 8 unused bits", element(0x03, {8, 0})),
+        value("a UTCTime without seconds", utcTime("2601010000Z")),
         value("an empty string", utf8String("")),
         value("a BOOLEAN that is neither 00 nor FF", element(0x01, {1})),
         value("a string in segments", element(0x2C, utf8String("A"))),
@@ -117,6 +135,9 @@ std::vector<Accepted> rest() {
     const auto extensionValue = [](const char* what, const Bytes& value) {
         return same(what, full().extensions({extension("2.5.29.19", value)}), Reason::opaqueValue);
     };
+    const auto parameters = [&](const char* what, const Bytes& value) {
+        return same(what, full().signatureAlgorithm(sequence({oid, value})), Reason::opaqueValue);
+    };
     const Bytes time1 = utcTime("500101000000Z");
     const Bytes time2 = generalizedTime("20260101000000.25Z");
     Bytes twoAlgorithms =
@@ -125,11 +146,25 @@ std::vector<Accepted> rest() {
         {"two different algorithms", twoAlgorithms, twoAlgorithms, Reason::otherAlgorithm},
         same("an algorithm without parameters", full().signatureAlgorithm(sequence({oid})),
              Reason::isDer),
+        parameters("parameters that are a NULL with an octet", fromHex("05 01 00")),
+        parameters("parameters that are a constructed NULL", fromHex("25 00")),
+        parameters("parameters of SEQUENCEs in each other, ten thousand deep",
+                   nested(0x30, 10'000)),
         same("a version of 4", full().version(explicitly(0, integer(4))), Reason::range),
         same("a negative version", full().version(explicitly(0, integer(-1))), Reason::range),
         same("extensions in version v1", full().version({}), Reason::range),
         same("version v1 without extensions", CertBuilder().version({}), Reason::isDer),
         same("an empty list of extensions", full().extensions({}), Reason::range),
+        same("unique identifiers in version v1",
+             full().version({}).rawExtensions({}).uniqueIds(fromHex("81 02 00 C1")), Reason::range),
+        same("a subjectUId without an issuerUId", full().uniqueIds(fromHex("82 02 00 C1")),
+             Reason::isDer),
+        same("a unique identifier of no bits", full().uniqueIds(fromHex("81 01 00")),
+             Reason::isDer),
+        same("a UTCTime of 1950 and a GeneralizedTime of the year 0",
+             full().validity(
+                 sequence({generalizedTime("00000101000000Z"), utcTime("500101000000Z")})),
+             Reason::range),
         same("an extension twice",
              full().extensions({keyUsage({0}), basicConstraints(true), keyUsage({5})}),
              Reason::range),
@@ -145,6 +180,8 @@ std::vector<Accepted> rest() {
              Reason::isDer),
         extensionValue("an extension with an encoded default", sequence({boolean(false)})),
         extensionValue("an extension of indefinite length", fromHex("30 80 00 00")),
+        extensionValue("key usage with zero bits at its end, which named bits do not have",
+                       bitString({0x80, 0x00})),
         extensionValue("an extension without octets", {}),
         extensionValue("an extension that is no element", fromHex("FF")),
         same("an expiry before the beginning", full().validity(sequence({time2, time1})),
@@ -162,6 +199,32 @@ std::vector<Accepted> rest() {
 
 void PrintTo(const Accepted& row, std::ostream* out) {
     *out << row.what;
+}
+
+const std::vector<ReasonText>& reasons() {
+    static const std::vector<ReasonText> texts = {
+        {Reason::constructedBit, "Constructed bits",
+         "Tags match whatever their constructed bit; encoding puts the bit right. An explicit tag "
+         "is the exception: its bit is checked. A string in segments is one with a wrong bit: the "
+         "segments are not put together."},
+        {Reason::opaqueValue, "Values that nobody has asked for",
+         "Values of names, parameters of algorithms and octets of extensions are kept as they came "
+         "and looked at when they are asked for: a malformed one fails that question, not the "
+         "certificate. Only their outermost tag and length must be DER, and of an extension not "
+         "even these."},
+        {Reason::range, "Ranges and combinations",
+         "DER says how a value is written, not which values a certificate may have. Tokens hold "
+         "certificates that break rules of RFC 5280, and whether these are good enough is for "
+         "whoever relies on them."},
+        {Reason::setOrder, "Order in a SET OF",
+         "X.690 11.6 asks for ascending order. Names are signed, compared and looked up as they "
+         "came, so their order is kept, as all parsers do."},
+        {Reason::otherAlgorithm, "Two algorithms",
+         "RFC 5280 4.1.1.2 asks that both be the same: that is for whoever verifies the "
+         "signature."},
+        {Reason::isDer, "Unusual, but DER", "Accepted by right."},
+    };
+    return texts;
 }
 
 std::vector<Accepted> acceptedCertificates() {

@@ -4,6 +4,7 @@
 #include "certbuilder.h"
 
 #include <iosfwd>
+#include <string_view>
 #include <vector>
 
 namespace asn1_test {
@@ -28,5 +29,13 @@ struct Accepted {
 void PrintTo(const Accepted& row, std::ostream* out);
 
 std::vector<Accepted> acceptedCertificates();
+
+struct ReasonText {
+    Reason reason;
+    std::string_view title;
+    std::string_view text;
+};
+
+const std::vector<ReasonText>& reasons();
 
 } // namespace asn1_test

@@ -1,0 +1,111 @@
+// Writes docs/strictness.md: what the decoder of certificates refuses and what it accepts, from the
+// tables that the tests go through.
+#include "acceptedcertificates.h"
+#include "opensslpeer.h"
+#include "refusedcertificates.h"
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+
+namespace asn1_test {
+namespace {
+
+const char* judgementOfOpenSsl(const testsupport::Bytes& certificate) {
+    return testsupport::isAcceptedByOpenSsl(rangeOf(certificate)) ? "accepts" : "refuses";
+}
+
+const RuleText& textOf(Rule rule) {
+    return *std::find_if(rulesOfDer().begin(), rulesOfDer().end(),
+                         [rule](const RuleText& text) { return text.rule == rule; });
+}
+
+std::string clauseOf(const RuleText& rule) {
+    return std::string(rule.clause.empty() ? "its own bound" : rule.clause);
+}
+
+const std::string& param(const Thrown& error, std::string_view key) {
+    return std::find_if(error.params.begin(), error.params.end(),
+                        [key](const auto& candidate) { return candidate.first == key; })
+        ->second;
+}
+
+std::string inWords(const Thrown& error) {
+    const std::string& cause = param(error, "CAUSE");
+    if (cause == "NotAllBufferConsumed")
+        return cause + ": " + param(error, "CONSUMED_BYTES") + " of " + param(error, "BUFFER_SIZE");
+    std::string words = cause + " at " + param(error, "POSITION");
+    for (const Thrown& parent : error.parents)
+        words += ": tag " + param(parent, "FOUND_TAG") + ", not " + param(parent, "EXPECTED_TAG");
+    return words;
+}
+
+void writeRules(const std::vector<RefusedPart>& parts, std::ostream& out) {
+    out << "| rule | | certificates below |\n|---|---|---|\n";
+    for (const RuleText& rule : rulesOfDer()) {
+        std::ptrdiff_t count = 0;
+        for (const RefusedPart& part : parts)
+            count += std::count_if(part.rows.begin(), part.rows.end(),
+                                   [&](const Refused& row) { return row.rule == rule.rule; });
+        out << "| " << rule.text << " | " << clauseOf(rule) << " | " << count << " |\n";
+    }
+}
+
+void writeRefused(const RefusedPart& part, std::ostream& out) {
+    out << "\n### " << part.name << "\n\n| case | rule | error | OpenSSL |\n"
+        << "|---|---|---|---|\n";
+    for (const Refused& row : part.rows)
+        out << "| " << row.what << " | " << clauseOf(textOf(row.rule)) << " | "
+            << inWords(row.error) << " | " << judgementOfOpenSsl(row.certificate) << " |\n";
+}
+
+void writeAccepted(const ReasonText& reason, std::ostream& out) {
+    out << "\n### " << reason.title << "\n\n"
+        << reason.text << "\n\n| case | OpenSSL |\n|---|---|\n";
+    for (const Accepted& row : acceptedCertificates())
+        if (row.reason == reason.reason)
+            out << "| " << row.what << " | " << judgementOfOpenSsl(row.certificate) << " |\n";
+}
+
+void writePage(std::ostream& out) {
+    const std::vector<RefusedPart> parts = refusedCertificates();
+    out << R"(# How strictly certificates are read
+
+`./dev docs` writes this page from the tables that the tests go through, so it says what is tested:
+[refusedcertificates.cpp](../tests/asn1/refusedcertificates.cpp) and
+[acceptedcertificates.cpp](../tests/asn1/acceptedcertificates.cpp). A test compares it with them.
+
+Certificates from a token and from a store are decoded as DER, as a whole, in one pass. Each
+certificate in the tables differs from a good one in what is said of it. The last column says what
+OpenSSL's `d2i_X509` makes of the same octets. What is accepted here it accepts too, but for
+constructed bits and values that nobody has asked for. What both accept both read alike: names,
+serial number, version, key usage, basic constraints, and the octets that they encode; but OpenSSL
+puts together the segments of a string that is an algorithm's parameter. That holds for these
+certificates, for those of Debian's authorities, and for all that [fuzzing](fuzzing.md) comes across.
+
+## Refused
+
+Always with `QuorError_Asn1_Decode`. Its "CAUSE" is in the column "error", with its "POSITION": the
+octet at which the broken element begins, or at which one is missing. The target of the decoding
+stays as it was.
+
+)";
+    writeRules(parts, out);
+    for (const RefusedPart& part : parts)
+        writeRefused(part, out);
+    out << R"(
+## Accepted, although a stricter reader might not
+
+What is accepted encodes to the same octets again, but for constructed bits.
+)";
+    for (const ReasonText& reason : reasons())
+        writeAccepted(reason, out);
+}
+
+} // namespace
+} // namespace asn1_test
+
+int main() {
+    asn1_test::writePage(std::cout);
+    return std::cout.good() ? 0 : 1;
+}
