@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing, or only names them:
-# packages.sh [--missing] build|coverage|fuzz|docs|check...
+# packages.sh [--missing] build|bench|coverage|fuzz|docs|check...
 set -euo pipefail
 
 declare -A packages=(
@@ -10,6 +10,9 @@ declare -A packages=(
         googletest libboost-filesystem1.81-dev libboost1.81-dev libcli11-dev libp11-kit-dev
         libssl-dev libvalijson-dev nlohmann-json3-dev
         gcab opensc openssl osslsigncode python3-pyte softhsm2 wixl'
+    [bench]='
+        gnutls-bin libbenchmark-dev libbotan-2-dev libgnutls28-dev libksba-dev libmbedtls-dev
+        libnss3-dev libtasn1-6-dev pkgconf valgrind'
     [coverage]='gcovr'
     [fuzz]='clang libclang-rt-dev llvm'
     [docs]='python3-rich'

@@ -1,0 +1,126 @@
+"""The page about the benchmark: every number on it was measured in the run that wrote it."""
+
+from datetime import date
+
+import charts
+from benchrows import CONTENDER, ROWS
+from charts import duration, number
+
+HEAD = """# Benchmarks
+
+What the library does, measured against what people use instead, side by side in one run.
+This page and its charts were written by
+
+    ./dev bench
+
+which installs what it compares with, builds everything for release, measures, and takes about ten
+minutes. Run it on your own machine; only the ratios mean anything on another.
+"""
+
+HOW = """## How it is measured
+
+- Every contender does the same work on the same input, in one program, compiled with `-O2`; the
+  others are Debian's packages. Certificates are those of Debian's package `ca-certificates` that
+  all libraries accept; they are taken in turn, so that nobody gets used to one. The benchmark
+  refuses to run unless all libraries read the same serial number, validity, KeyUsage and
+  BasicConstraints from each of them, and write the same bytes.
+- Times are the median of the repetitions, which are shuffled among all contenders; behind it stands
+  the middle half of them. For work inside one program it is the processor's time, for whole programs
+  the clock's.
+- Allocations are the calls of `malloc` and its kin, in whatever library they are made. Instructions
+  are counted by callgrind, so that they are the same on every machine with the same packages.
+- The ratio is the time of this library by the time of the fastest other: below 1 is faster.
+- The program starts a second thread before it measures, because shared pointers of the standard
+  library count without atomic operations as long as there is none. A `wchar_t` has four bytes here
+  and two on Windows.
+"""
+
+
+def versions(context):
+    names = ["OpenSSL", "GnuTLS", "mbedTLS", "Botan", "NSS", "libksba", "libtasn1"]
+    return ", ".join(f"{name} {context[name].split()[0]}" for name in names if name in context)
+
+
+def cell(sample):
+    lower, upper = sample.spread()
+    return f"{duration(sample.time())} ({duration(lower)} to {duration(upper)})"
+
+
+def counts(sample):
+    parts = []
+    if "allocations" in sample.counters:
+        parts.append(number(sample.counters["allocations"]))
+    else:
+        parts.append("")
+    parts.append(f"{sample.instructions:,.0f}" if sample.instructions else "")
+    return parts
+
+
+def ratio_table(rows):
+    yield "| work | this library | fastest other | ratio | goal |"
+    yield "|---|---|---|---|---|"
+    for row, size, ours, rival, theirs, ratio, met in rows:
+        goal = row.goal(size)
+        verdict = f"{goal}: {'met' if met else '**not met**'}" if goal else ""
+        yield (f"| {row.label(size)} | {cell(ours)} | {rival}: {cell(theirs)} | {ratio:.2f} "
+               f"| {verdict} |")
+
+
+def all_contenders(measurements):
+    for row in ROWS:
+        for size in row.shown_sizes(measurements.sizes(row.work)):
+            entries = measurements.contenders(row.work, size)
+            if len(entries) < 2:
+                continue
+            yield f"\n### {row.label(size).capitalize()}\n"
+            yield "| who | time | allocations | instructions |"
+            yield "|---|---|---|---|"
+            for name, sample in entries:
+                yield f"| {name} | {cell(sample)} | {' | '.join(counts(sample))} |"
+
+
+def bar_chart(measurements, group):
+    groups = []
+    for row in ROWS:
+        if row.group != group:
+            continue
+        for size in row.shown_sizes(measurements.sizes(row.work)):
+            entries = measurements.contenders(row.work, size)
+            if len(entries) > 1:
+                groups.append((row.label(size), [
+                    (name, sample.time(), name == CONTENDER) for name, sample in entries]))
+    return charts.bars(f"{group}: time, logarithmic", groups) if groups else None
+
+
+def growth(measurements, row):
+    series = {}
+    for size in measurements.sizes(row.work):
+        for name, sample in measurements.contenders(row.work, size):
+            series.setdefault(name, []).append((size, sample.time()))
+    return [(name, points) for name, points in series.items() if len(points) > 1]
+
+
+def write_page(docs, measurements, rows, machine):
+    images = docs / "images"
+    page = [HEAD]
+    page.append(f"Measured on {date.today().isoformat()}: {machine}. {versions(measurements.context)}.\n")
+    page.append("## Ratios\n")
+    page.extend(ratio_table(rows))
+    page.append("\n## Charts\n")
+    for group in dict.fromkeys(row.group for row in ROWS):
+        if chart := bar_chart(measurements, group):
+            file = f"bench-{group.lower().replace(' ', '-')}.svg"
+            (images / file).write_text(chart)
+            page.append(f"![{group}](images/{file})\n")
+    page.append("## How it grows\n")
+    page.append("Both scales are logarithmic; a slope of 1 is growth in proportion, 2 is quadratic, 0 none.\n")
+    for row in ROWS:
+        if row.axis and (series := growth(measurements, row)):
+            title = row.title.replace("{size}", "…")
+            file = f"bench-growth-{row.work}.svg"
+            (images / file).write_text(charts.lines(title, row.axis, series))
+            page.append(f"### {title.capitalize()}\n\n![{title}](images/{file})\n")
+    page.append(HOW)
+    page.append("## All contenders")
+    page.extend(all_contenders(measurements))
+    (docs / "benchmarks.md").write_text("\n".join(page).rstrip() + "\n")
