@@ -90,7 +90,10 @@ bool contains(const Buffer<unsigned char>& descriptor, const ACL* acl) {
     if (begin < descriptor.begin() || begin > descriptor.end())
         return false;
     const auto room = static_cast<std::size_t>(descriptor.end() - begin);
-    return room >= sizeof(ACL) && room >= valueAt<ACL>(acl).AclSize;
+    if (room < sizeof(ACL))
+        return false;
+    const WORD size = valueAt<ACL>(acl).AclSize;
+    return size >= sizeof(ACL) && room >= size;
 }
 
 /// An access-control list while it is being built.
