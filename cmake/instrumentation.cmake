@@ -30,4 +30,6 @@ if(MINGW)
   # The same sources give the same bytes in whatever folder and at whatever time they are built;
   # high-entropy addresses, dynamic base and no-execute are this linker's defaults.
   add_link_options(-Wl,--no-insert-timestamp,--disable-auto-image-base)
+  # What is packaged carries no symbols.
+  add_link_options($<$<CONFIG:Release>:-s>)
 endif()

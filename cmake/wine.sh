@@ -11,6 +11,8 @@ use_wine_prefix() {
     export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winedbg.exe=d}
     # Other locales than UTF-8 lose the file names that they cannot say.
     export LC_ALL=C.UTF-8
+    # A program that comes with all its DLLs must find them without ours.
+    [[ ! ${CSU_OWN_DLLS_ONLY-} ]] || return 0
     export WINEPATH
     WINEPATH=${WINEPATH:+$WINEPATH;}$(compiler_dll_folders)
 }

@@ -13,7 +13,7 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 SOURCES = ["CMakeLists.txt", "CMakePresets.json", "cmake", "util", "asn1", "pkcs11", "include",
-           "src", "app", "fuzz"]
+           "src", "app", "fuzz", "docs", "CHANGELOG.md", "LICENSE"]
 PRESET = "windows-release"
 
 
