@@ -9,16 +9,16 @@ namespace testsupport {
 
 inline constexpr int threadCount = 4;
 
-/// Runs `work(thread number)` on all threads, which begin together, and waits for their end. They
-/// wait by looking: with std::latch a program once hung under Wine.
+/// Runs `work(thread number)` on `count` threads, which begin together, and waits for their end.
+/// They wait by looking: with std::latch a program once hung under Wine.
 template <class Work>
-void onAllThreads(Work work) {
+void onAllThreads(Work work, int count = threadCount) {
     std::atomic<int> ready = 0;
     std::vector<std::thread> threads;
-    for (int number = 0; number != threadCount; ++number)
+    for (int number = 0; number != count; ++number)
         threads.emplace_back([&, number] {
             ++ready;
-            while (ready != threadCount)
+            while (ready != count)
                 std::this_thread::yield();
             work(number);
         });
