@@ -52,8 +52,8 @@ Order compareMembers(std::span<const Member> members, const Asn1& a, const Asn1&
 }
 
 Order compareChoices(const Choice& a, const Choice& b) {
-    if (a.chosen() != b.chosen())
-        return a.chosen() <=> b.chosen();
+    if (const auto order = a.chosen() <=> b.chosen(); order != 0)
+        return order;
     const auto alternatives = a.type().members;
     const auto index = static_cast<std::size_t>(a.chosen());
     return index < alternatives.size()

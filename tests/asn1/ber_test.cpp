@@ -52,6 +52,10 @@ TEST(BerDecoding, TakesIndefiniteLengthsAtEveryLevel) {
               decodeError("UndefinedLengthPresentInDerEncoding", 0));
 }
 
+TEST(BerDecoding, WritesAStringWithoutOctetsAsDer) {
+    EXPECT_EQ(encoded(decodedBer<asn1::OctetString>(fromHex("04 81 00"))), octetString({}));
+}
+
 TEST(BerDecoding, GivesAnOpenTypeOfIndefiniteLengthADefiniteOne) {
     const Bytes inner = sequence({integer(5)});
     EXPECT_EQ(encoded(decodedBer<asn1::OpenType>(fromHex("30 80") + inner + fromHex("0000"))),

@@ -47,6 +47,16 @@ const asn1::Type& HoldingChoice::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr asn1::Member holdingOptionalChoiceMembers[] = {
+    asn1::member<&HoldingOptionalChoice::either>("either"),
+    asn1::member<&HoldingOptionalChoice::number>("number"),
+};
+constinit const asn1::Type HoldingOptionalChoice::asn1Type =
+    asn1::sequence("HoldingOptionalChoice", holdingOptionalChoiceMembers);
+const asn1::Type& HoldingOptionalChoice::type() const noexcept {
+    return asn1Type;
+}
+
 static constexpr asn1::Member holdingCertificateMembers[] = {
     asn1::member<&HoldingCertificate::certificate>("certificate"),
     asn1::member<&HoldingCertificate::number>("number"),
@@ -54,6 +64,15 @@ static constexpr asn1::Member holdingCertificateMembers[] = {
 constinit const asn1::Type HoldingCertificate::asn1Type =
     asn1::sequence("HoldingCertificate", holdingCertificateMembers);
 const asn1::Type& HoldingCertificate::type() const noexcept {
+    return asn1Type;
+}
+
+constinit const asn1::Type KeptConstraints::asn1Type{"KeptConstraints",
+                                                     asn1::TypeClass::kept,
+                                                     asn1::tag::none,
+                                                     {},
+                                                     &asn1::BasicConstraintsSyntax::asn1Type};
+const asn1::Type& KeptConstraints::type() const noexcept {
     return asn1Type;
 }
 

@@ -51,12 +51,29 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { either TaggedChoice OPTIONAL, number INTEGER }
+class HoldingOptionalChoice : public asn1::Sequence {
+public:
+    std::optional<TaggedChoice> either;
+    asn1::Integer number;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 /// SEQUENCE { certificate Certificate OPTIONAL, number INTEGER }
 class HoldingCertificate : public asn1::Sequence {
 public:
     std::optional<asn1::Certificate> certificate;
     asn1::Integer number;
 
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// BasicConstraints, kept as their encoding. None of their members must be there.
+class KeptConstraints : public asn1::EncodedValue {
+public:
     static const asn1::Type asn1Type;
     const asn1::Type& type() const noexcept override;
 };

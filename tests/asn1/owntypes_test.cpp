@@ -102,6 +102,24 @@ TEST(TaggedChoiceWithinATag, IsReadAndWritten) {
     EXPECT_EQ(encoded(value), encoding);
 }
 
+TEST(OptionalChoice, IsThereIfOneOfItsAlternativesIs) {
+    for (const Bytes& alternative :
+         {explicitly(0, integer(5)), fromHex("81 01 FF"), utf8String("text")}) {
+        const Bytes encoding = sequence({alternative, integer(7)});
+        const auto value = decoded<HoldingOptionalChoice>(encoding);
+        EXPECT_TRUE(value.either);
+        EXPECT_EQ(encoded(value), encoding);
+    }
+}
+
+TEST(OptionalChoice, IsAbsentIfNoneOfItsAlternativesFollows) {
+    const Bytes encoding = sequence({integer(7)});
+    const auto value = decoded<HoldingOptionalChoice>(encoding);
+    EXPECT_FALSE(value.either);
+    EXPECT_EQ(value.number.value(), 7);
+    EXPECT_EQ(encoded(value), encoding);
+}
+
 TEST(OptionalOpenType, TakesWhateverFollows) {
     const Bytes encoding = sequence({integer(5)});
     const auto value = decoded<HoldingChoice>(encoding);
@@ -144,6 +162,13 @@ TEST(CertificateAsMember, IsCheckedWithItsOwner) {
               decodeError("DefaultValuePresentInDEREncoding",
                           offsetOf(explicitly(0, integer(0)), encoding)));
     EXPECT_FALSE(value.certificate);
+}
+
+TEST(KeptValueWithoutMandatoryMembers, IsNamedItselfIfItIsMissing) {
+    EXPECT_EQ(thrownBy([] { encoded(KeptConstraints()); }),
+              missingField("KeptConstraints", "KeptConstraints"));
+    const Bytes none = sequence({});
+    EXPECT_EQ(encoded(decoded<KeptConstraints>(none)), none);
 }
 
 } // namespace

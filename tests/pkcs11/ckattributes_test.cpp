@@ -55,6 +55,25 @@ TEST(CkAttributes, ThrowsAttributeTypeInvalidForATypeThatIsNotThere) {
     expectCryptokiError(L"18", [&] { attributes.setValue(cka::label, Range()); });
 }
 
+TEST(CkAttributes, HoldsABooleanAsOneOctet) {
+    CkAttributes attributes;
+    attributes.addBool(cka::token, true);
+    attributes.addBool(cka::id, false);
+    EXPECT_EQ(bytesOf(attributes.value(cka::token)), std::vector<unsigned char>{1});
+    EXPECT_EQ(bytesOf(attributes.value(cka::id)), std::vector<unsigned char>{0});
+}
+
+TEST(CkAttributes, RefusesToHoldAValueLongerThanItWouldRead) {
+    CkAttributes attributes;
+    attributes.add(cka::value);
+    const std::vector<unsigned char> longest(CkAttributes::maxValueLength + 1);
+    attributes.setValue(cka::value, Range(longest.data(), longest.size() - 1));
+    EXPECT_EQ(attributes.value(cka::value).size(), CkAttributes::maxValueLength);
+    expectCryptokiError(
+        L"19", [&] { attributes.setValue(cka::value, Range(longest.data(), longest.size())); });
+    EXPECT_EQ(attributes.value(cka::value).size(), CkAttributes::maxValueLength);
+}
+
 TEST(CkAttributes, NamesItsHeaderAsTheSourceOfItsErrors) {
     const CkAttributes attributes;
     const auto error = cryptokiErrorOf([&] { attributes.value(cka::label); });

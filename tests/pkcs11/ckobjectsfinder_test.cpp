@@ -151,6 +151,17 @@ TEST_F(CkObjectsFinderTest, DoesNotEndASearchThatDidNotBegin) {
     EXPECT_EQ(token->count("C_FindObjectsFinal"), 0u);
 }
 
+TEST_F(CkObjectsFinderTest, CallsNothingOfAModuleThatWasUnloadedMeanwhile) {
+    {
+        CkObjectsFinder finder(*session);
+        finder.init(certificates());
+        session->close();
+        library.reset();
+        token->forgetCalls();
+    }
+    EXPECT_TRUE(token->calls.empty());
+}
+
 TEST_F(CkObjectsFinderTest, EndsASearchThatFailedOnTheWay) {
     objects().assign(65, certificate({1}, {1}, "a"));
     token->fail("C_FindObjects", 2, CKR_DEVICE_REMOVED);

@@ -160,6 +160,13 @@ TEST(LibrariesLoadOfAnotherLibrary, FailsAndFreesItWithoutCGetFunctionList) {
     EXPECT_FALSE(faketoken::isLoaded(path));
 }
 
+TEST_F(LibrariesLoad, OfAnotherLibraryLeavesTheLoadedModuleAlone) {
+    const ScopedLibrary library;
+    expectCryptokiError(L"5", [] { Libraries::instance().load(modulePath("nofunctionlist")); });
+    EXPECT_NE(CkLibrary(), static_cast<const CkLibrary&>(library));
+    EXPECT_EQ(CkSlots(library, true).size(), 1u);
+}
+
 TEST(LibrariesLoadOfTheFakeToken, FreesTheModuleWithItsLastUnload) {
     Libraries& libraries = Libraries::instance();
     const CkLibrary first = libraries.load(modulePath());

@@ -773,6 +773,15 @@ TYPED_TEST(BufferComparison, TakesElementsAsUnsigned) {
     EXPECT_GT(Buffer<TypeParam>(&high, 1), Buffer<TypeParam>(&low, 1));
 }
 
+TEST(BufferOrdering, PutsAPrefixBeforeTheLongerBytes) {
+    const unsigned char bytes[] = {1, 2, 3};
+    const Buffer<unsigned char> shorter(bytes, 2);
+    const Buffer<unsigned char> longer(bytes, 3);
+    EXPECT_EQ(shorter <=> longer, std::strong_ordering::less);
+    EXPECT_EQ(longer <=> shorter, std::strong_ordering::greater);
+    EXPECT_EQ(longer <=> Buffer<unsigned char>(bytes, 3), std::strong_ordering::equal);
+}
+
 TEST(BufferOrdering, PutsAPrefixBeforeTheLongerText) {
     const std::less<Buffer<wchar_t>> less;
     EXPECT_TRUE(less(L"AB", L"ABC"));

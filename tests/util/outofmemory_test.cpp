@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -69,6 +71,12 @@ TEST(OutOfMemory, LeavesNothingBehindWhenABufferIsMade) {
     EXPECT_EQ(failEachBalanced([] { const Buffer<unsigned char> made(std::size_t{16}); }), 1u);
     EXPECT_EQ(failEachBalanced([] { const Buffer<wchar_t> made(longText, 20); }), 1u);
     EXPECT_EQ(failEachBalanced([] { const TmpBuffer<wchar_t> made(longText, 20); }), 1u);
+}
+
+TEST(OutOfMemory, IsTheAnswerToABlockThatNoMemoryCouldHold) {
+    using Manager = buffer::CounterReferencedBufferManager<wchar_t, std::atomic<std::uint32_t>,
+                                                           std::char_traits<wchar_t>>;
+    EXPECT_THROW(Manager::allocate(static_cast<std::size_t>(-1) / sizeof(wchar_t)), std::bad_alloc);
 }
 
 TEST(OutOfMemory, LeavesABufferAsItWasWhenItGrows) {

@@ -204,13 +204,16 @@ public:
         const std::size_t common = a.size_ < b.size_ ? a.size() : b.size();
         if constexpr (sizeof(T) == 1) {
             const int order = common == 0 ? 0 : std::memcmp(a.data_, b.data_, common);
-            return order == 0 ? a.size_ <=> b.size_ : order <=> 0;
+            if (order != 0)
+                return order < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
         } else {
             for (std::size_t i = 0; i != common; ++i)
                 if (a.data_[i] != b.data_[i])
-                    return asUnsigned(a.data_[i]) <=> asUnsigned(b.data_[i]);
-            return a.size_ <=> b.size_;
+                    return asUnsigned(a.data_[i]) < asUnsigned(b.data_[i])
+                               ? std::strong_ordering::less
+                               : std::strong_ordering::greater;
         }
+        return a.size_ <=> b.size_;
     }
 
 protected:
