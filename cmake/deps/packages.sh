@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing, or only names them:
-# packages.sh [--missing] build|bench|coverage|fuzz|docs|check...
+# packages.sh [--missing] build|bench|fuzz|docs|check...
 set -euo pipefail
 
 declare -A packages=(
@@ -13,7 +13,6 @@ declare -A packages=(
     [bench]='
         gnutls-bin libbenchmark-dev libbotan-2-dev libgnutls28-dev libksba-dev libmbedtls-dev
         libnss3-dev libtasn1-6-dev pkgconf valgrind'
-    [coverage]='gcovr'
     [fuzz]='clang libclang-rt-dev llvm'
     [docs]='python3-rich'
     [check]='clang-format clang-tidy cppcheck shellcheck'

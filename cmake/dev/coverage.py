@@ -1,41 +1,263 @@
 #!/usr/bin/env python3
-"""Prints line and branch coverage by room from gcovr's reports: coverage.py FOLDER
+"""Prints and checks what the tests executed: coverage.py BUILD...
 
-A line or branch counts as executed if it was in any of the builds.
+BUILD is a folder of a build that counts, after its tests ran. A line or branch counts as executed
+if it was in any of the builds. Ends with 1 if, in a room that coverage.floors does not name, a line
+or branch is not executed that coverage.unreached does not list with a reason, if what is listed
+there is executed or gone, or if a room has less than its floor.
+
+Counted are branches of decisions. The edges that each call has for an exception are not, nor is
+what stands in the way of an exception alone: the compiler's own cleaning up.
 """
 
 import json
+import re
 import subprocess
 import sys
 from collections import defaultdict
+from fnmatch import fnmatchcase
 from pathlib import Path
+from typing import NamedTuple
+
+PROJECT = Path(__file__).resolve().parents[2]
+RULES = Path(__file__).resolve().parent
+ROOMS = ("util", "asn1", "pkcs11", "include", "src", "app")
+KINDS = ("lines", "branches")
+# One run of gcov reads so many files.
+BATCH = 50
+# These stand for the end of what stands above them.
+NO_CODE = re.compile(r"[\s{}();]*")
 
 
-def merged_files(folder):
-    tracefiles = [f"--add-tracefile={file}" for file in ("native.json", "windows.json")]
-    output = subprocess.run(
-        ["gcovr", *tracefiles, "--root", str(folder.parent.parent), "--json-summary", "-"],
-        cwd=folder, check=True, capture_output=True, text=True).stdout
-    return json.loads(output)["files"]
+def compiler_of(build):
+    cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    return re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.MULTILINE).group(1)
 
 
-def ratio(covered, total):
-    return f"{covered}/{total} {100 * covered / total:5.1f} %" if total else "-"
+def is_for_windows(build):
+    return "mingw" in compiler_of(build)
 
 
-def main(folder):
-    kinds = ("line_covered", "line_total", "branch_covered", "branch_total")
-    rooms = defaultdict(lambda: dict.fromkeys(kinds, 0))
-    for file in merged_files(Path(folder).resolve()):
-        for row in (rooms[Path(file["filename"]).parts[0]], rooms["total"]):
-            for kind in kinds:
-                row[kind] += file[kind]
+def gcov_reports(build):
+    """What gcov says of each object file of the build, and of each header in it."""
+    tool = "x86_64-w64-mingw32-gcov-posix" if is_for_windows(build) else "gcov"
+    counts = sorted(str(file) for file in build.rglob("*.gcda"))
+    if not counts:
+        sys.exit(f"{build}: no program has run")
+    for first in range(0, len(counts), BATCH):
+        command = [tool, "--json-format", "--stdout", "--branch-probabilities",
+                   *counts[first:first + BATCH]]
+        output = subprocess.run(command, check=True, cwd=build, stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL, text=True).stdout
+        for report in map(json.loads, output.splitlines()):
+            folder = Path(report["current_working_directory"])
+            for file in report["files"]:
+                yield (folder / file["file"]).resolve(), file["lines"]
+
+
+def decided(branches):
+    """The counts of branches that are not about exceptions: what a call that may throw adds are two
+    edges, one for going on and one for the exception."""
+    counts = []
+    position = 0
+    while position != len(branches):
+        branch = branches[position]
+        following = branches[position + 1] if position + 1 != len(branches) else None
+        if branch["fallthrough"] and following and following["throw"]:
+            position += 2
+            continue
+        if not branch["throw"]:
+            counts.append(branch["count"])
+        position += 1
+    return counts
+
+
+def decisions(counts, text):
+    """The branches by the decision that they belong to: two each, all of a switch together. One of
+    which no branch was taken stands where only an exception leads, or behind a branch that is told
+    of itself."""
+    size = len(counts) if text.startswith("switch") or len(counts) % 2 else 2
+    groups = [counts[first:first + size] for first in range(0, len(counts), size or 1)]
+    return [group for group in groups if any(group)]
+
+
+class Line:
+    """What all functions that were made of a line executed of it."""
+
+    def __init__(self):
+        self.functions = defaultdict(list)
+        self.counts = defaultdict(int)
+
+    def add(self, function, count, branches):
+        key = function, len(branches)
+        self.counts[key] += count
+        known = self.functions[key]
+        self.functions[key] = [a + b for a, b in zip(known, branches)] if known else branches
+
+    def count(self):
+        return sum(self.counts.values())
+
+    def decisions(self, text):
+        # Functions of one template have the same branches; together they take them.
+        by_length = defaultdict(list)
+        for key, branches in self.functions.items():
+            if self.counts[key]:
+                by_length[len(branches)].append(branches)
+        for same in by_length.values():
+            yield from decisions([sum(counts) for counts in zip(*same)], text)
+
+
+def executed_lines(builds):
+    """By file of the project, relative to it, and number: the lines that have code."""
+    files = defaultdict(lambda: defaultdict(Line))
+    for build in builds:
+        for path, lines in gcov_reports(build):
+            if not path.is_relative_to(PROJECT):
+                continue
+            name = path.relative_to(PROJECT).as_posix()
+            if name.split("/")[0] not in ROOMS:
+                continue
+            for line in lines:
+                # The same function is another one for another system.
+                function = (is_for_windows(build), line.get("function_name"))
+                files[name][line["line_number"]].add(function, line["count"],
+                                                     decided(line["branches"]))
+    return files
+
+
+class Room:
+    def __init__(self):
+        self.covered = dict.fromkeys(KINDS, 0)
+        self.total = dict.fromkeys(KINDS, 0)
+
+    def add(self, kind, covered, total):
+        self.covered[kind] += covered
+        self.total[kind] += total
+
+    def percent(self, kind):
+        return 100 * self.covered[kind] / self.total[kind] if self.total[kind] else 100.0
+
+    def ratio(self, kind):
+        if not self.total[kind]:
+            return "-"
+        return f"{self.covered[kind]}/{self.total[kind]} {self.percent(kind):6.2f} %"
+
+
+class Place(NamedTuple):
+    """What was not executed."""
+    file: str
+    number: int
+    texts: list[str]  # of the line above and of the line itself
+    kind: str         # line or branch
+
+
+def evaluate(files):
+    """The rooms, and the places that were not executed."""
+    rooms, missing = defaultdict(Room), []
+    for name in sorted(files):
+        room = rooms[name.split("/")[0]]
+        source = [line.strip() for line in (PROJECT / name).read_text("utf-8").splitlines()]
+        for number in sorted(files[name]):
+            line, text = files[name][number], source[number - 1]
+            if NO_CODE.fullmatch(text):
+                continue
+            groups = list(line.decisions(text))
+            taken = sum(count != 0 for group in groups for count in group)
+            branches = sum(map(len, groups))
+            room.add("lines", line.count() != 0, 1)
+            room.add("branches", taken, branches)
+            if not line.count() or taken != branches:
+                missing.append(Place(name, number, source[max(number - 2, 0):number],
+                                     "branch" if line.count() else "line"))
+    return rooms, missing
+
+
+def entries(file):
+    """The lines of a file but for remarks, each with the remarks above its paragraph."""
+    remarks = []
+    for line in (RULES / file).read_text(encoding="utf-8").splitlines():
+        if line.startswith("#"):
+            remarks.append(line)
+        elif line.strip():
+            yield line.strip(), remarks
+        else:
+            remarks = []
+
+
+class Unreached:
+    """An entry of coverage.unreached: a file, and a line's text in which * is any text, or that of
+    the line above and its own with " \\n " between. One that begins with "natively" is executed
+    by the tests for Windows."""
+
+    def __init__(self, entry, remarks):
+        self.entry = entry
+        self.natively = entry.startswith("natively ")
+        self.file, _, text = entry.removeprefix("natively ").partition(": ")
+        self.patterns = text.replace("[", "[[]").split(r" \n ")
+        self.has_reason = bool(remarks)
+
+    def matches(self, place):
+        texts = place.texts[-len(self.patterns):]
+        return place.file == self.file and all(map(fnmatchcase, texts, self.patterns))
+
+
+def unexplained(missing, files, with_windows, floors):
+    explained = [Unreached(*entry) for entry in entries("coverage.unreached")]
+    for entry in explained:
+        if not entry.has_reason:
+            yield f"coverage.unreached gives no reason for: {entry.entry}"
+        used = any(map(entry.matches, missing))
+        if with_windows and entry.natively and used:
+            yield f"coverage.unreached says that the tests for Windows execute: {entry.entry}"
+        # Of a file that is for Windows alone a native build knows nothing.
+        if not used and (entry.file in files or with_windows) \
+                and not (with_windows and entry.natively):
+            yield f"coverage.unreached lists what is executed or gone: {entry.entry}"
+    for place in missing:
+        if place.file.split("/")[0] not in floors and \
+                not any(entry.matches(place) for entry in explained):
+            yield f"{place.file}:{place.number}: {place.kind} not executed: {place.texts[-1]}"
+
+
+def read_floors():
+    return {room: list(map(float, floors))
+            for room, *floors in (entry.split() for entry, _ in entries("coverage.floors"))}
+
+
+def below_floors(rooms, floors):
+    for name, least in floors.items():
+        if name not in rooms:
+            yield f"coverage.floors names a room that was not executed: {name}"
+            continue
+        for kind, floor in zip(KINDS, least):
+            if rooms[name].percent(kind) < floor:
+                yield f"{name}: {kind} are below {floor} %: {rooms[name].ratio(kind)}"
+
+
+def print_table(rooms):
     print(f"{'room':<10}{'lines':>20}{'branches':>20}")
-    for name in sorted(rooms, key=lambda room: (room == "total", room)):
-        row = rooms[name]
-        print(f"{name:<10}{ratio(row['line_covered'], row['line_total']):>20}"
-              f"{ratio(row['branch_covered'], row['branch_total']):>20}")
+    for name in ROOMS:
+        if name in rooms:
+            print(f"{name:<10}{rooms[name].ratio('lines'):>20}{rooms[name].ratio('branches'):>20}")
+
+
+def main(builds):
+    with_windows = any(map(is_for_windows, builds))
+    files = executed_lines(builds)
+    rooms, missing = evaluate(files)
+    floors = read_floors()
+    print_table(rooms)
+    complaints = list(unexplained(missing, files, with_windows, floors))
+    if with_windows:
+        complaints += below_floors(rooms, floors)
+    print("\n".join(complaints) or "what is not executed is listed with a reason")
+    if "app" in rooms:
+        print("\nnot executed of the program:")
+        for place in missing:
+            if place.file.startswith("app/"):
+                print(f"    {place.file}:{place.number}: {place.kind}")
+    return 1 if complaints else 0
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    sys.exit(main([Path(build).resolve() for build in sys.argv[1:]]))
