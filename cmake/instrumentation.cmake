@@ -1,5 +1,7 @@
 # Checks and counters compiled into everything, the test framework included, as the preset asks.
 if(MSVC)
+  # The program's manifest is among its resources; the linker would add a second one.
+  add_link_options(/MANIFEST:NO)
   return()
 endif()
 

@@ -19,6 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using faketoken::modulePath;
+using faketoken::plantedFolder;
 using pkcs11::certstoreupdater::Pkcs11Helper;
 
 constexpr wchar_t notFound[] = L"126"; // ERROR_MOD_NOT_FOUND
@@ -99,14 +100,14 @@ protected:
 };
 
 TEST_F(PlantedLibrary, IsNotTakenForWhatALibraryNeedsThatTheModuleNeeds) {
-    const Planted planted(PLANTED_FOLDER);
+    const Planted planted(plantedFolder());
     ASSERT_TRUE(systemFinds(modulePath("needsneighbour")));
     EXPECT_EQ(reasonForNotLoading(modulePath("needsneighbour")), notFound);
 
     // All three together are what the module's maker delivers.
     const std::string module = copied(modulePath("needsneighbour"));
     copied(modulePath("neighbour"));
-    copied(fs::path(PLANTED_FOLDER) / "plantedlibrary.dll");
+    copied(fs::path(plantedFolder()) / "plantedlibrary.dll");
     EXPECT_EQ(reasonForNotLoading(module), L"C_GetFunctionList is missing");
 }
 
@@ -127,7 +128,7 @@ TEST_F(LibraryThatAModuleLoadsLater, IsNotTakenFromTheProgramsCurrentDirectory) 
     if (testsupport::runningOnWine())
         GTEST_SKIP() << "Wine looks there even when SetDllDirectory forbids it";
     const fs::path previous = fs::current_path();
-    fs::current_path(PLANTED_FOLDER);
+    fs::current_path(plantedFolder());
     const auto outcome =
         testsupport::runUpdater({{L"status", L"--module", fs::path(module).wstring(),
                                   L"--allow-unsigned-module", L"--csp", L"CSP"},
@@ -140,7 +141,7 @@ TEST_F(LibraryThatAModuleLoadsLater, IsNotTakenFromTheProgramsCurrentDirectory) 
 
 TEST_F(LibraryThatAModuleLoadsLater, IsLookedForAsTheProgramThatUsesTheDllHasIt) {
     const fs::path previous = fs::current_path();
-    fs::current_path(PLANTED_FOLDER);
+    fs::current_path(plantedFolder());
     SetEnvironmentVariableW(L"LOADSLATER_RECORD", record.c_str());
     faketoken::expectCryptokiError(L"6", [&] { Pkcs11Helper helper(module); });
     EXPECT_EQ(recorded(), "found");

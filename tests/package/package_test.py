@@ -18,6 +18,9 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 PROJECT = HERE.parents[1]
+sys.path.insert(0, str(PROJECT / "tests" / "hardening"))
+from images import WINDOWS  # noqa: E402
+
 NAME = "certstoreupdater-{}-windows-x86_64"
 COMPILER = "x86_64-w64-mingw32-g++-posix"
 OBJDUMP = "x86_64-w64-mingw32-objdump"
@@ -25,17 +28,14 @@ UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\certs
 # A minute after the first of January 1980, the earliest that a zip can say, in UTC.
 SOME_DATE = "315532860"
 
-WINDOWS = {"advapi32.dll", "crypt32.dll", "kernel32.dll", "msvcrt.dll", "shell32.dll",
-           "user32.dll", "wintrust.dll"}
+
+def run(*command, check=True, **options):
+    return subprocess.run([str(part) for part in command], check=check, text=True, **options)
 
 
-def run(*command, **options):
-    return subprocess.run([str(part) for part in command], check=True, text=True, **options)
-
-
-def wine(*command, capture_output=False, **environment):
+def wine(*command, check=True, capture_output=False, **environment):
     """What runs finds no DLL but its own and the system's."""
-    return run(os.environ["CSU_WINE"], *command, capture_output=capture_output,
+    return run(os.environ["CSU_WINE"], *command, check=check, capture_output=capture_output,
                env={**os.environ, "CSU_OWN_DLLS_ONLY": "1", **environment})
 
 
@@ -71,12 +71,17 @@ def check_contents(files):
     expect(not complaints, "\n".join(complaints))
 
 
+def imports_of(image):
+    headers = run(OBJDUMP, "--private-headers", image, capture_output=True).stdout
+    imports = {name.lower() for name in re.findall(r"DLL Name: (\S+)", headers)}
+    expect(imports, f"{image.name} imports nothing")
+    return imports
+
+
 def check_imports(folder):
     there = {path.name.lower() for path in folder.iterdir()}
     for image in folder.iterdir():
-        headers = run(OBJDUMP, "--private-headers", image, capture_output=True).stdout
-        imports = {name.lower() for name in re.findall(r"DLL Name: (\S+)", headers)}
-        expect(imports, f"{image.name} imports nothing")
+        imports = imports_of(image)
         lacking = imports - WINDOWS - there
         expect(not lacking, f"{image.name} needs {', '.join(sorted(lacking))}")
 

@@ -23,6 +23,7 @@ using faketoken::cryptokiErrorOf;
 using faketoken::fileNameOf;
 using faketoken::modulePath;
 using faketoken::paramOf;
+using faketoken::plantedFolder;
 using pkcs11::CkLibrary;
 using pkcs11::Libraries;
 using pkcs11test::ScopedLibrary;
@@ -129,12 +130,12 @@ TEST(ModuleSearch, DoesNotFindABareNameInTheSystemsSearchPath) {
     const std::string name = fileNameOf("plantedmodule");
 #ifdef _WIN32
     const std::string previous = std::getenv("PATH");
-    SetEnvironmentVariableA("PATH", PLANTED_FOLDER);
+    SetEnvironmentVariableA("PATH", plantedFolder().c_str());
     EXPECT_TRUE(systemFinds(name));
     EXPECT_EQ(reasonForNotLoading(name), notFound);
     SetEnvironmentVariableA("PATH", previous.c_str());
 #else
-    ASSERT_TRUE(systemFinds(name)) << "LD_LIBRARY_PATH must name " << PLANTED_FOLDER;
+    ASSERT_TRUE(systemFinds(name)) << "LD_LIBRARY_PATH must name " << plantedFolder();
     EXPECT_EQ(reasonForNotLoading(name), L"no such file");
 #endif
 }
@@ -205,8 +206,8 @@ TEST(ModuleSearch, TakesSlashesForBackslashes) {
 
 TEST(ModuleSearch, DoesNotFindWhatAModuleNeedsInTheCurrentDirectoryOrTheSearchPath) {
     const std::string previous = std::getenv("PATH");
-    const ScopedCurrentPath current(PLANTED_FOLDER);
-    SetEnvironmentVariableA("PATH", PLANTED_FOLDER);
+    const ScopedCurrentPath current(plantedFolder());
+    SetEnvironmentVariableA("PATH", plantedFolder().c_str());
     EXPECT_TRUE(systemFinds(modulePath("needslibrary")));
     EXPECT_EQ(reasonForNotLoading(modulePath("needslibrary")), notFound);
     SetEnvironmentVariableA("PATH", previous.c_str());
@@ -215,7 +216,7 @@ TEST(ModuleSearch, DoesNotFindWhatAModuleNeedsInTheCurrentDirectoryOrTheSearchPa
 TEST(ModuleSearch, FindsWhatAModuleNeedsInTheModulesOwnDirectory) {
     const ScopedFolder folder("together");
     fs::copy_file(modulePath("needslibrary"), folder.file("needslibrary.dll"));
-    fs::copy_file(fs::path(PLANTED_FOLDER) / "plantedlibrary.dll",
+    fs::copy_file(fs::path(plantedFolder()) / "plantedlibrary.dll",
                   folder.file("plantedlibrary.dll"));
     EXPECT_EQ(reasonForNotLoading(folder.file("needslibrary.dll")),
               L"C_GetFunctionList is missing");

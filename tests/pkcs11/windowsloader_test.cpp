@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 using faketoken::cryptokiErrorOf;
 using faketoken::modulePath;
 using faketoken::paramOf;
+using faketoken::plantedFolder;
 using pkcs11::Libraries;
 using pkcs11test::ScopedLibrary;
 using testsupport::ImportHook;
@@ -119,7 +120,7 @@ TEST(WindowsLoader, ReportsWhyAPathHasNoAbsoluteForm) {
 // Without the directory in front a name would be looked for in the current directory.
 TEST(WindowsLoader, DoesNotTakeTheCurrentDirectoryForOneThatWindowsDoesNotTell) {
     const fs::path previous = fs::current_path();
-    fs::current_path(PLANTED_FOLDER);
+    fs::current_path(plantedFolder());
     auto loading = hook<decltype(LoadLibraryExW)>("LoadLibraryExW");
     auto program = hook<decltype(GetModuleFileNameW)>("GetModuleFileNameW");
     auto system = hook<decltype(GetSystemDirectoryW)>("GetSystemDirectoryW");

@@ -73,6 +73,10 @@ bool isLoaded(const std::string& path) {
 }
 #endif
 
+std::string plantedFolder() {
+    return programFolder() + "planted";
+}
+
 std::string modulePath(const std::string& module) {
     return programFolder() + fileNameOf(module);
 }

@@ -16,6 +16,9 @@ std::string fileNameOf(const std::string& module);
 /// The path of a module that lies beside the test program: "faketoken", "nofunctionlist".
 std::string modulePath(const std::string& module = "faketoken");
 
+/// The folder of modules and libraries that must not be found: planted, beside the test program.
+std::string plantedFolder();
+
 /// Whether this process has loaded the file.
 bool isLoaded(const std::string& path);
 

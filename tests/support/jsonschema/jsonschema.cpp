@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <windows.h>
+
 #include <fstream>
 #include <stdexcept>
 
@@ -18,8 +20,15 @@ namespace {
 
 using valijson::adapters::NlohmannJsonAdapter;
 
+// Programs that were carried to another machine have what they need beside them.
+std::filesystem::path besideProgram(const std::filesystem::path& file) {
+    std::wstring program(32768, L'\0');
+    program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
+    return std::filesystem::path(program).parent_path() / file.filename();
+}
+
 nlohmann::json readSchema(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(exists(file) ? file : besideProgram(file), std::ios::binary);
     if (!stream)
         throw std::runtime_error("the schema " + file.string() + " cannot be read");
     return nlohmann::json::parse(stream);

@@ -8,6 +8,7 @@ namespace testsupport {
 
 /// Holds a document against a schema (JSON Schema draft 7).
 /// \param jsonText the document, UTF-8
+/// \param schemaFile if there is none, the file of this name beside the program
 /// \returns nothing if it is as the schema says, else what is wrong: a line for each violation,
 /// with
 ///          the place in the document; also if the text is no JSON

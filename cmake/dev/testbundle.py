@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Puts the test programs of a Windows build into one zip: testbundle.py BUILD ZIP
+
+Whoever has a Windows machine unpacks it, runs runtests.exe and sends report.txt back; no tools are
+needed there. Only programs are taken: tests that are scripts look at the build, not at Windows.
+"""
+
+import concurrent.futures
+import json
+import os
+import shutil
+import subprocess
+import sys
+import zipfile
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parents[2]
+COMPILER = "x86_64-w64-mingw32-g++-posix"
+STRIP = "x86_64-w64-mingw32-strip"
+RUN_TIME = ["libgcc_s_seh-1.dll", "libssp-0.dll", "libstdc++-6.dll", "libwinpthread-1.dll"]
+# Made of the others, or for looking at with the build's own tools.
+LEFT_OUT = ("heapchecked-", "heapdefects", "unhardened", "barecalls", "updatebench", "showstore",
+            "example_", "signee")
+
+README = """\
+Tests of the certificate store updater on Windows
+
+Use a 64-bit Windows 10 or 11 that may be spoilt, best a virtual machine: the tests register fake
+cryptographic providers, trust a test authority for the length of a test, and write certificate
+stores of their own. They remove all of that, unless they are broken off.
+
+1. Unpack everything into a folder whose path is short and may be written.
+2. Open a command prompt as administrator, go there, and run:  runtests.exe
+3. Send report.txt back; if a program broke off, the folder results as well.
+
+It takes a few minutes. With names behind it, as in "runtests.exe util_test asn1_test", only these
+programs run. Tests that this Windows does not allow say why they are skipped.
+"""
+
+
+def test_programs(build):
+    listing = json.loads(subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, check=True,
+                                        capture_output=True, text=True).stdout)
+    for test in listing["tests"]:
+        properties = {entry["name"]: entry["value"] for entry in test["properties"]}
+        if "script" not in properties.get("LABELS", []):
+            yield test["name"]
+
+
+def run_time_dlls():
+    for name in RUN_TIME:
+        path = subprocess.run([COMPILER, f"-print-file-name={name}"], check=True,
+                              capture_output=True, text=True).stdout.strip()
+        yield Path(path).resolve()
+
+
+def add_stripped(image, copy):
+    copy.parent.mkdir(parents=True, exist_ok=True)
+    subprocess.run([STRIP, "--preserve-dates", "-o", copy, image], check=True)
+
+
+def collect(build, folder):
+    binaries = build / "bin"
+    images = {path: folder / "bin" / path.relative_to(binaries)
+              for pattern in ("*.exe", "*.dll", "planted/*.dll") for path in binaries.glob(pattern)
+              if not path.name.startswith(LEFT_OUT)}
+    images |= {path: folder / "bin" / path.name for path in run_time_dlls()}
+    images[PROJECT / "build" / "deps" / "softhsm" / "softhsm2.dll"] = folder / "softhsm2.dll"
+    images[binaries / "runtests.exe"] = folder / "runtests.exe"
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        list(pool.map(lambda pair: add_stripped(*pair), images.items()))
+    # Not stripped, which would break their signatures, and with a new time: Wine takes it for that
+    # of the signature, and in a zip it would be the second before.
+    shutil.copytree(binaries / "signedfiles", folder / "bin" / "signedfiles",
+                    copy_function=shutil.copy)
+    shutil.copy2(PROJECT / "docs" / "certstoreupdate.schema.json", folder / "bin")
+    programs = sorted(test_programs(build))
+    missing = [name for name in programs if not (folder / "bin" / f"{name}.exe").exists()]
+    if missing:
+        sys.exit(f"not built: {', '.join(missing)}")
+    (folder / "tests.txt").write_text("".join(name + "\n" for name in programs), encoding="utf-8")
+    (folder / "README.txt").write_text(README, encoding="utf-8", newline="\r\n")
+
+
+def pack(folder, target):
+    with zipfile.ZipFile(target, "w", zipfile.ZIP_DEFLATED) as archive:
+        for path in sorted(folder.rglob("*")):
+            if path.is_file():
+                archive.write(path, f"{target.stem}/{path.relative_to(folder)}")
+
+
+def main(build, target):
+    folder = target.parent / "testbundle"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    collect(build, folder)
+    pack(folder, target)
+    shutil.rmtree(folder)
+
+
+if __name__ == "__main__":
+    main(*(Path(argument).resolve() for argument in sys.argv[1:]))
