@@ -34,8 +34,10 @@ install(FILES CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES
   docs/certstoreupdate.md
   docs/certstoreupdate.schema.json
+  docs/errors.md
   docs/installing.md
   docs/json.md
+  docs/store-format.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 install(DIRECTORY docs/examples DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
   FILES_MATCHING PATTERN "*.cpp")
