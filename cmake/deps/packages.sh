@@ -14,8 +14,8 @@ declare -A packages=(
         gnutls-bin libbenchmark-dev libbotan-2-dev libgnutls28-dev libksba-dev libmbedtls-dev
         libnss3-dev libtasn1-6-dev pkgconf valgrind'
     [fuzz]='clang libclang-rt-dev llvm'
-    [docs]='python3-rich'
-    [check]='clang-format clang-tidy cppcheck shellcheck'
+    [docs]='doxygen graphviz python3-rich'
+    [check]='clang-format clang-tidy cppcheck doxygen graphviz pyflakes3 shellcheck'
 )
 
 only_name=

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks format, includes, C++ and shell scripts; all of them, even if one has complaints.
+# Checks format, includes, C++, shell and Python scripts; all of them, even if one has complaints.
 # The build folders native and windows are configured already.
 set -euo pipefail
 
@@ -13,12 +13,13 @@ is_compiled_in() {
 }
 
 mapfile -t tracked < <(git ls-files --cached --others --exclude-standard --deduplicate)
-cxx=() shell=() portable=() windows=()
+cxx=() shell=() python=() portable=() windows=()
 for file in "${tracked[@]}"; do
     [[ -f $file ]] || continue
     case $file in
     *.cpp | *.h) cxx+=("$file") ;;
-    *.sh | dev | .ci/run) shell+=("$file") ;;
+    *.sh | dev | .ci/run | cmake/dev/hooks/*) shell+=("$file") ;;
+    *.py) python+=("$file") ;;
     esac
     [[ $file != tests/* ]] || continue
     if is_compiled_in native "$file"; then
@@ -67,6 +68,7 @@ run_clang_tidy_for_windows() {
 check "lint format" clang-format --dry-run --Werror "${cxx[@]}"
 check "lint includes" python3 cmake/dev/rooms.py "${cxx[@]}"
 check "lint shell scripts" shellcheck --external-sources "${shell[@]}"
+check "lint Python scripts" pyflakes3 "${python[@]}"
 check "lint cppcheck native" run_cppcheck native
 check "lint cppcheck windows" run_cppcheck windows --platform=win64
 check "lint clang-tidy" run_clang_tidy_natively
