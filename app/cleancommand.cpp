@@ -2,12 +2,12 @@
 #include "commands.h"
 
 #include "cleaning.h"
-#include "csps.h"
+#include "namechecks.h"
 
 namespace updater {
 
 void cleanStore(const Options& options, Output& output) {
-    warnUnlessInstalled(options.csp, output);
+    warnOfMistypedNames(options, output);
     const Interruption interruption;
     output.member("clean") = clean(options, interruption, output);
 }

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace updater {
@@ -42,6 +43,14 @@ std::string indented(const std::string& lines) {
     return text;
 }
 
+/// An argument up to the end of the option's name: what follows may be a PIN.
+std::string optionName(std::string_view argument) {
+    const auto isPartOfName = [](char c) {
+        return c == '-' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    };
+    return {argument.begin(), std::find_if_not(argument.begin(), argument.end(), isPartOfName)};
+}
+
 /// What the options are parsed into: UTF-8, as they come.
 struct RawOptions {
     bool json = false;
@@ -63,11 +72,14 @@ struct RawOptions {
     bool recursive = false;
 };
 
+constexpr wchar_t wrongInterval[] = L"--interval must be from 0.1 to 86400 seconds";
+
 class Parser {
 public:
     Parser() : app_(programSummary, "certstoreupdate") {
         app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
+        app_.option_defaults()->disable_flag_override();
         app_.set_help_flag("-h,--help", "Show this help, or that of a command");
         app_.set_version_flag("--version", std::string("certstoreupdate ") + version,
                               "Show the version");
@@ -206,7 +218,10 @@ private:
         const CommandText& command = chosenCommand();
         Options options;
         options.command = command.command;
-        options.output = {.json = raw_.json, .quiet = raw_.quiet, .verbose = raw_.verbose};
+        options.output = {.json = raw_.json,
+                          .lines = command.command == Command::watch,
+                          .quiet = raw_.quiet,
+                          .verbose = raw_.verbose};
         options.module = toWide(raw_.module);
         options.signing = raw_.allowUnsignedModule ? ModuleFile::Signing::notRequired
                                                    : ModuleFile::Signing::required;
@@ -215,13 +230,20 @@ private:
         options.pin = pinSource(*app_.get_subcommand(command.name));
         options.selection = {raw_.authorities, raw_.others};
         options.dryRun = raw_.dryRun;
-        options.interval = std::chrono::milliseconds(static_cast<long long>(raw_.interval * 1000));
+        options.interval = interval();
         options.cleanWhenGone = raw_.clean;
         for (const std::string& path : raw_.paths)
             options.paths.push_back(toWide(path));
         options.recursive = raw_.recursive;
         check(options);
         return options;
+    }
+
+    std::chrono::milliseconds interval() const {
+        // So that what is no number is refused, too.
+        if (!(raw_.interval >= 0.1 && raw_.interval <= 86400))
+            throw usage(wrongInterval);
+        return std::chrono::milliseconds(static_cast<long long>(raw_.interval * 1000));
     }
 
     PinSource pinSource(const CLI::App& command) const {
@@ -253,9 +275,6 @@ private:
         }
         if (needsToken(options.command) && options.module.empty())
             throw usage(L"--module must not be empty");
-        // So that what is no number is refused, too.
-        if (!(raw_.interval >= 0.1 && raw_.interval <= 86400))
-            throw usage(L"--interval must be from 0.1 to 86400 seconds");
         for (const std::wstring& path : options.paths)
             if (path.empty())
                 throw usage(L"a path must not be empty");
@@ -275,7 +294,7 @@ private:
         const std::string command = commands.empty() ? "" : context.get_name();
         for (const std::string& argument : app_.remaining(true))
             if (argument.size() > 1 && argument.front() == '-') {
-                const std::string name = argument.substr(0, argument.find('='));
+                const std::string name = optionName(argument);
                 return usage(L"there is no option " + toWide(name) +
                                  didYouMean(name, optionsOf(context)),
                              command);
@@ -289,7 +308,31 @@ private:
         }
         if (dynamic_cast<const CLI::ExtrasError*>(&error))
             return usage(L"there is an argument too many", command);
-        return usage(toWide(error.what()), command);
+        return usage(complaintAbout(error, context), command);
+    }
+
+    /// What is wrong with an option, without repeating its value.
+    static std::wstring complaintAbout(const CLI::ParseError& error, const CLI::App& context) {
+        const std::string_view text = error.what();
+        const std::size_t at = text.find("--");
+        const std::string name =
+            at == std::string_view::npos ? "--" + optionName(text) : optionName(text.substr(at));
+        if (dynamic_cast<const CLI::ConversionError*>(&error))
+            return wrongInterval; // the only number
+        if (dynamic_cast<const CLI::ExcludesError*>(&error))
+            return L"only one of " + toWide(name) + L" and " +
+                   toWide(optionName(text.substr(text.rfind("--")))) + L" can be given";
+        if (dynamic_cast<const CLI::ArgumentMismatch*>(&error)) {
+            const CLI::Option* const option = context.get_option_no_throw(name);
+            return toWide(name) + whatIsWrongWithNumberOfValues(option);
+        }
+        return toWide(text);
+    }
+
+    static const wchar_t* whatIsWrongWithNumberOfValues(const CLI::Option* option) {
+        if (option && option->get_items_expected_max() == 0)
+            return L" takes no value";
+        return option && option->count() > 1 ? L" is given more than once" : L" lacks its value";
     }
 
     static std::wstring didYouMean(const std::string& typed,
@@ -323,8 +366,11 @@ std::variant<Options, HelpText> parseCommandLine(const std::vector<std::string>&
     return Parser().parse(arguments);
 }
 
-bool asksForJson(const std::vector<std::string>& arguments) {
-    return std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+OutputOptions outputAskedFor(const std::vector<std::string>& arguments) {
+    OutputOptions output;
+    output.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    output.lines = !arguments.empty() && arguments.front() == nameOf(Command::watch);
+    return output;
 }
 
 const char* nameOf(Command command) {

@@ -45,8 +45,8 @@ struct HelpText {
 /// \throws Failure (usage)
 std::variant<Options, HelpText> parseCommandLine(const std::vector<std::string>& arguments);
 
-/// Whether the arguments ask for JSON, even if they cannot be parsed otherwise.
-bool asksForJson(const std::vector<std::string>& arguments);
+/// How to tell of what is wrong with arguments that cannot be parsed.
+OutputOptions outputAskedFor(const std::vector<std::string>& arguments);
 
 /// The name of a command.
 const char* nameOf(Command command);

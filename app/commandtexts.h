@@ -20,13 +20,17 @@ inline constexpr char programSummary[] =
 inline constexpr char pinHelp[] =
     "The PIN is asked for on the console, or taken from one of --pin-file, --pin-stdin and\n"
     "--pin-env. It is tried once, for a token locks after a few wrong ones, and wiped from memory\n"
-    "afterwards. No option takes the PIN itself: command lines can be read by others.";
+    "afterwards. No option takes the PIN itself: command lines can be read by others. An "
+    "environment\n"
+    "variable is taken away once it was read, but whoever started this program still has it.";
 
 inline constexpr char moduleHelp[] =
     "A module runs with all rights of whoever loads it and is given the PIN. So it is loaded only\n"
     "if Windows trusts the Authenticode signature in its file; --allow-unsigned-module leaves "
     "that\n"
-    "check out, for modules whose maker signs nothing and whose file nobody else can change.";
+    "check out, for modules whose maker signs nothing and whose file nobody else can change. DLLs\n"
+    "that a module loads from its own folder are not checked: see that only administrators can\n"
+    "write there.";
 
 inline constexpr CommandText commandTexts[] = {
     {Command::status, "status", "Show token and store side by side; changes nothing",
@@ -52,7 +56,9 @@ inline constexpr CommandText commandTexts[] = {
      "one is not asked for is removed.\n"
      "The token is the one in the module's first slot that holds one; what another token\n"
      "registered for the same CSP counts as no longer on the token. Ctrl-C ends it in order, with\n"
-     "the certificate that it is at done; the next run does the rest.",
+     "the certificate that it is at done, and at once if it is pressed again; the next run does "
+     "the\n"
+     "rest. A label that was changed on the token is taken over only with a new certificate.",
      "certstoreupdate sync --module C:\\token\\pkcs11.dll --csp \"My Token CSP\" --dry-run\n"
      "certstoreupdate sync --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate sync --module pkcs11.dll --csp \"My Token CSP\" --ca --pin-env TOKEN_PIN"},
@@ -60,7 +66,8 @@ inline constexpr CommandText commandTexts[] = {
      "Goes on until Ctrl-C. The PIN is read once, held as long as this runs, and tried on every\n"
      "token that appears; if one refuses it, it is wiped and this ends with 5. Any other fault is\n"
      "reported and tried again, after one second, then two, then four, and so on up to five\n"
-     "minutes. With --json every event is a line of its own.",
+     "minutes, or when the token was taken out and put in again. Ctrl-C ends it in order, and at\n"
+     "once if it is pressed again. With --json every event is a line of its own.",
      "certstoreupdate watch --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate watch --module pkcs11.dll --csp \"My Token CSP\" --clean --interval 10"},
     {Command::list, "list", "List what is registered for a CSP, or for every installed CSP",

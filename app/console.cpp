@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 
 namespace updater {
 
@@ -29,7 +30,20 @@ bool isBoundary(wchar_t before, wchar_t behind) {
     return !(isHighSurrogate(before) && isLowSurrogate(behind));
 }
 
-bool writeToConsole(HANDLE console, std::wstring_view text) {
+/// A console that another program has changed may take a line feed alone for one line down.
+std::wstring withCarriageReturns(std::wstring_view text) {
+    std::wstring lines;
+    for (const wchar_t unit : text) {
+        if (unit == L'\n')
+            lines += L'\r';
+        lines += unit;
+    }
+    return lines;
+}
+
+bool writeToConsole(HANDLE console, std::wstring_view lines) {
+    const std::wstring whole = withCarriageReturns(lines);
+    std::wstring_view text = whole;
     while (!text.empty()) {
         std::size_t size = std::min(text.size(), longestConsoleWrite);
         if (size != text.size() && !isBoundary(text[size - 1], text[size]))
@@ -170,7 +184,17 @@ std::optional<std::size_t> Stream::columns() const {
     return static_cast<std::size_t>(std::max<int>(info.srWindow.Right - info.srWindow.Left, 1));
 }
 
-bool Stream::write(const Spans& spans) const {
+bool Stream::write(Spans spans) const {
+    // What needs no change of colour is written at once.
+    std::size_t last = 0;
+    for (std::size_t next = 1; next < spans.size(); ++next) {
+        if (!coloured_ || spans[next].colour == spans[last].colour)
+            spans[last].text += spans[next].text;
+        else if (++last != next)
+            spans[last] = std::move(spans[next]);
+    }
+    if (!spans.empty())
+        spans.resize(last + 1);
     return std::all_of(spans.begin(), spans.end(),
                        [&](const Span& span) { return write(span.text, span.colour); });
 }

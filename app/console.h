@@ -28,12 +28,14 @@ public:
     static Stream standardError();
 
     bool isConsole() const noexcept { return console_ != nullptr; }
+    /// Whether this is a console, and one that may be more than plain text.
+    bool isColoured() const noexcept { return coloured_; }
     /// How many columns of text fit into a line; nothing if this is no console.
     std::optional<std::size_t> columns() const;
 
     /// \returns whether all of it was written
     bool write(std::wstring_view text) const { return write(text, Colour::plain); }
-    bool write(const Spans& spans) const;
+    bool write(Spans spans) const;
 
 private:
     Stream(std::FILE* file, unsigned long standardHandle);

@@ -4,6 +4,7 @@
 #include "asn1error.h"
 #include "buffererror.h"
 #include "certstoreupdatererror.h"
+#include "files.h"
 #include "pkcs11error.h"
 #include "text.h"
 
@@ -52,8 +53,11 @@ constexpr unsigned long pinInvalid = 0xA1;
 constexpr unsigned long pinLengthRange = 0xA2;
 constexpr unsigned long pinExpired = 0xA3;
 constexpr unsigned long pinLocked = 0xA4;
+constexpr unsigned long sessionClosed = 0xB0;
+constexpr unsigned long sessionHandleInvalid = 0xB3;
 constexpr unsigned long tokenNotPresent = 0xE0;
 constexpr unsigned long tokenNotRecognized = 0xE1;
+constexpr unsigned long userNotLoggedIn = 0x101;
 constexpr unsigned long userPinNotInitialized = 0x102;
 
 struct AnswerName {
@@ -84,15 +88,15 @@ constexpr AnswerName answerNames[] = {
     {pinLengthRange, L"CKR_PIN_LEN_RANGE"},
     {pinExpired, L"CKR_PIN_EXPIRED"},
     {pinLocked, L"CKR_PIN_LOCKED"},
-    {0xB0, L"CKR_SESSION_CLOSED"},
+    {sessionClosed, L"CKR_SESSION_CLOSED"},
     {0xB1, L"CKR_SESSION_COUNT"},
-    {0xB3, L"CKR_SESSION_HANDLE_INVALID"},
+    {sessionHandleInvalid, L"CKR_SESSION_HANDLE_INVALID"},
     {0xD1, L"CKR_TEMPLATE_INCONSISTENT"},
     {tokenNotPresent, L"CKR_TOKEN_NOT_PRESENT"},
     {tokenNotRecognized, L"CKR_TOKEN_NOT_RECOGNIZED"},
     {0xE2, L"CKR_TOKEN_WRITE_PROTECTED"},
     {0x100, L"CKR_USER_ALREADY_LOGGED_IN"},
-    {0x101, L"CKR_USER_NOT_LOGGED_IN"},
+    {userNotLoggedIn, L"CKR_USER_NOT_LOGGED_IN"},
     {userPinNotInitialized, L"CKR_USER_PIN_NOT_INITIALIZED"},
     {0x104, L"CKR_USER_ANOTHER_ALREADY_LOGGED_IN"},
     {0x105, L"CKR_USER_TOO_MANY_TYPES"},
@@ -149,7 +153,8 @@ Failure moduleFailure(const std::wstring& file, const korv::GenericEvent& event)
         const auto* const error = cause->param(L"ERROR");
         return {ExitCode::module,
                 L"the module " + quoted(file) + L" cannot be loaded (" +
-                    (error ? toString(*error) : std::wstring(L"no reason given")) +
+                    (error ? systemErrorText(std::wcstoul(error->c_str(), nullptr, 10))
+                           : std::wstring(L"no reason given")) +
                     L"); check its path and that it is a 64-bit PKCS#11 module"};
     }
     return {ExitCode::module, L"the module " + quoted(file) + L" does not start: " +
@@ -165,7 +170,7 @@ Failure tokenFailure(const Activity& activity, const korv::GenericEvent& event) 
     if (activity.kind == Kind::unloadModule)
         return {ExitCode::token, L"the module " + quoted(activity.subject) +
                                      L" did not end as it should (" + answer +
-                                     L"); what is reported above was done all the same"};
+                                     L"); what was done until then is done all the same"};
     if (code == deviceRemoved || code == tokenNotPresent || code == tokenNotRecognized)
         return {ExitCode::tokenAbsent, L"the token is gone or not recognised (" + answer +
                                            L"); insert it and try again; the store is unchanged"};
@@ -336,6 +341,13 @@ std::wstring describe(const korv::GenericEvent& event) {
     if (event.parent())
         text += L"; because of " + describe(*event.parent());
     return text;
+}
+
+bool meansLostSession(const korv::GenericEvent& event) {
+    if (!dynamic_cast<const pkcs11::Pkcs11Error*>(&event))
+        return false;
+    const unsigned long code = answerOf(event);
+    return code == sessionClosed || code == sessionHandleInvalid || code == userNotLoggedIn;
 }
 
 Failure explain(const Activity& activity, const korv::GenericEvent& event) {

@@ -80,6 +80,9 @@ struct Activity {
 /// `NAME: KEY=VALUE, KEY=VALUE; because of NAME: ...`.
 std::wstring describe(const korv::GenericEvent& event);
 
+/// Whether an event says that the module has lost the session, as some do when the token is pulled.
+bool meansLostSession(const korv::GenericEvent& event);
+
 /// The failure that an event means to the person at the keyboard.
 Failure explain(const Activity& activity, const korv::GenericEvent& event);
 

@@ -2,6 +2,7 @@
 #include "files.h"
 
 #include <cstddef>
+#include <string_view>
 
 namespace updater {
 
@@ -36,6 +37,18 @@ std::wstring fullPath(const std::wstring& path) {
     });
 }
 
+std::wstring finalPath(HANDLE file) {
+    const std::wstring path = filled([&](wchar_t* buffer, DWORD capacity) {
+        return GetFinalPathNameByHandleW(file, buffer, capacity, FILE_NAME_NORMALIZED);
+    });
+    // \\?\ stands before what is not interpreted any more; not all that take a path know it.
+    constexpr std::wstring_view verbatim = L"\\\\?\\";
+    constexpr std::wstring_view verbatimShare = L"\\\\?\\UNC\\";
+    if (path.starts_with(verbatimShare))
+        return L"\\\\" + path.substr(verbatimShare.size());
+    return path.starts_with(verbatim) ? path.substr(verbatim.size()) : path;
+}
+
 std::wstring programFolder() {
     std::wstring program = filled([](wchar_t* buffer, DWORD capacity) {
         return GetModuleFileNameW(nullptr, buffer, capacity);
@@ -60,6 +73,9 @@ std::wstring systemErrorText(DWORD error) {
     const std::unique_ptr<wchar_t, decltype(&LocalFree)> owner(text, LocalFree);
     std::wstring result(text ? text : L"", size);
     result.resize(result.find_last_not_of(L".\r\n ") + 1);
+    constexpr std::wstring_view placeHolder = L"%1";
+    if (const std::size_t at = result.find(placeHolder); at != std::wstring::npos)
+        result.replace(at, placeHolder.size(), L"it");
     const std::wstring code = L"error " + std::to_wstring(error);
     return result.empty() ? code : result + L" (" + code + L")";
 }

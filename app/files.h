@@ -21,11 +21,16 @@ Handle openExisting(const std::wstring& name, DWORD access, DWORD sharing);
 /// The whole path of what may be relative; nothing needs to exist there.
 std::wstring fullPath(const std::wstring& path);
 
+/// The path of an open file without links and short names, as the system has it; empty if the
+/// system does not tell.
+std::wstring finalPath(HANDLE file);
+
 /// Folders with a backslash at the end; empty if the system does not tell.
 std::wstring programFolder();
 std::wstring systemFolder();
 
 /// What an error code means, in the language of the system, without a full stop, and the code.
+/// Where the system names a thing by a place holder, it is "it" here.
 std::wstring systemErrorText(DWORD error);
 
 /// Text in the active code page; what that cannot say is replaced.

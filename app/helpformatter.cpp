@@ -26,8 +26,9 @@ std::string entry(const std::string& name, std::string_view meaning) {
         if (meaning.size() <= room)
             break;
         const std::size_t blank = meaning.rfind(' ', room);
-        text.append(meaning.substr(0, blank)).append("\n");
-        meaning.remove_prefix(blank + 1);
+        const bool isWord = blank == std::string_view::npos;
+        text.append(meaning.substr(0, isWord ? room : blank)).append("\n");
+        meaning.remove_prefix(isWord ? room : blank + 1);
         column = 0;
     }
     return text.append(meaning).append("\n");

@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <system_error>
 
@@ -18,11 +19,16 @@ HANDLE requestedEvent() {
     return event;
 }
 
+std::atomic<bool> isRequestedAlready = false;
+
 BOOL WINAPI request(DWORD kind) {
+    // Who asks twice does not want to wait for a module or a store that does not answer.
+    if (isRequestedAlready.exchange(true) && kind != CTRL_CLOSE_EVENT)
+        return FALSE;
     SetEvent(requestedEvent());
-    // Once the handler returns from these three, the system ends the process, so it waits for main
-    // to do that in order; the system does not wait for ever.
-    if (kind == CTRL_CLOSE_EVENT || kind == CTRL_LOGOFF_EVENT || kind == CTRL_SHUTDOWN_EVENT)
+    // Once the handler returns from this one, the system ends the process, so it waits for main to
+    // do that in order; the system does not wait for ever.
+    if (kind == CTRL_CLOSE_EVENT)
         Sleep(INFINITE);
     return TRUE;
 }
@@ -37,6 +43,7 @@ Interruption::Interruption() {
     if (!requestedEvent())
         throwSystemError("CreateEvent");
     ResetEvent(requestedEvent());
+    isRequestedAlready = false;
     if (!SetConsoleCtrlHandler(request, TRUE))
         throwSystemError("SetConsoleCtrlHandler");
 }
@@ -50,10 +57,6 @@ bool Interruption::waitFor(std::chrono::milliseconds time) const noexcept {
     const auto milliseconds =
         static_cast<DWORD>(std::clamp<std::int64_t>(time.count(), 0, longest));
     return WaitForSingleObject(requestedEvent(), milliseconds) == WAIT_OBJECT_0;
-}
-
-void* Interruption::event() const noexcept {
-    return requestedEvent();
 }
 
 } // namespace updater

@@ -5,8 +5,10 @@
 
 namespace updater {
 
-/// For as long as the object lives, Ctrl-C, Ctrl-Break, the closing of the console, logging off and
-/// shutting down do not end the process at once, but ask it to end in order. One object at a time.
+/// For as long as the object lives, Ctrl-C, Ctrl-Break and the closing of the console do not end
+/// the process at once, but ask it to end in order; a second Ctrl-C ends it at once. One object at
+/// a time. Logging off and shutting down end it at once: the system does not ask a console program
+/// that uses user32, as shell32 does.
 class Interruption {
 public:
     /// \throws std::system_error
@@ -19,9 +21,6 @@ public:
     /// Waits until the time is over or the process is asked to end.
     /// \returns whether it is asked to end
     bool waitFor(std::chrono::milliseconds time) const noexcept;
-
-    /// A kernel object (HANDLE) that is signalled once the process is asked to end; not owned.
-    void* event() const noexcept;
 };
 
 } // namespace updater

@@ -4,6 +4,7 @@
 #include "certificatejson.h"
 #include "csps.h"
 #include "cspstore.h"
+#include "namechecks.h"
 #include "text.h"
 
 namespace updater {
@@ -57,8 +58,7 @@ Table tableOf(const std::vector<Entry>& entries, bool withCsp) {
 void listRegistered(const Options& options, Output& output) {
     const bool ofAll = options.csp.empty();
     std::vector<Entry> entries;
-    if (!ofAll)
-        warnUnlessInstalled(options.csp, output);
+    warnOfMistypedNames(options, output);
     for (const std::wstring& csp : ofAll ? installedCsps() : std::vector{options.csp})
         for (Entry& entry : entriesOf(options.store, csp))
             entries.push_back(std::move(entry));

@@ -57,12 +57,6 @@ ExitCode withFailuresTold(Output& output, Function function) {
     }
 }
 
-OutputOptions outputOf(const Options& options) {
-    OutputOptions output = options.output;
-    output.lines = options.command == Command::watch;
-    return output;
-}
-
 /// Does what `function` does and tells what came of it.
 template <class Function>
 ExitCode toItsEnd(Output output, Function function) {
@@ -79,13 +73,12 @@ ExitCode run(const std::vector<std::string>& arguments) {
     try {
         request = parseCommandLine(arguments);
     } catch (const Failure& failure) {
-        return toItsEnd(Output("", {.json = asksForJson(arguments)}),
-                        [&](Output& output) { output.fail(failure); });
+        return toItsEnd(Output("", outputAskedFor(arguments)), [&](Output&) { throw failure; });
     }
     if (const auto* const help = std::get_if<HelpText>(&request))
         return Stream::standardOutput().write(help->text) ? ExitCode::done : ExitCode::unexpected;
     const Options& options = std::get<Options>(request);
-    return toItsEnd(Output(nameOf(options.command), outputOf(options)),
+    return toItsEnd(Output(nameOf(options.command), options.output),
                     [&](Output& output) { run(options, output); });
 }
 

@@ -63,9 +63,19 @@ std::string inActiveCodePage(const std::wstring& path) {
     return narrow;
 }
 
-void requireTrusted(const std::wstring& path) {
+std::wstring pathWithoutLinks(const std::wstring& path, HANDLE file) {
+    std::wstring real = finalPath(file);
+    if (real.empty())
+        throw Failure(ExitCode::module, L"where the module \"" + path +
+                                            L"\" really lies cannot be told: " +
+                                            systemErrorText(GetLastError()));
+    return real;
+}
+
+/// \param path names the module in messages
+void requireTrusted(const std::wstring& path, const std::wstring& realPath) {
     during({Activity::Kind::verifyModule, path}, [&] {
-        buffer::Buffer<wchar_t> text(path.data(), path.size());
+        buffer::Buffer<wchar_t> text(realPath.data(), realPath.size());
         pkcs11::certstoreupdater::CodeVerifier::verify(text);
     });
 }
@@ -73,10 +83,11 @@ void requireTrusted(const std::wstring& path) {
 } // namespace
 
 ModuleFile::ModuleFile(const std::wstring& name, Signing signing)
-    : path_(fullPathOf(name)), pathForLibrary_(inActiveCodePage(path_)),
-      file_(openAgainstChanges(path_)) {
+    : path_(fullPathOf(name)), file_(openAgainstChanges(path_)) {
+    const std::wstring realPath = pathWithoutLinks(path_, file_.get());
+    pathForLibrary_ = inActiveCodePage(realPath);
     if (signing == Signing::required)
-        requireTrusted(path_);
+        requireTrusted(path_, realPath);
 }
 
 } // namespace updater

@@ -7,8 +7,9 @@
 
 namespace updater {
 
-/// A module's file. While the object lives, nobody can change or replace it, so that what was
-/// checked is what is loaded.
+/// A module's file. While the object lives, nobody can change or replace it; the path that is
+/// checked and loaded leads through no link that somebody could turn elsewhere in between. So what
+/// was checked is what is loaded. The DLLs that the module loads itself are not checked.
 class ModuleFile {
 public:
     enum class Signing { required, notRequired };
@@ -18,15 +19,15 @@ public:
     /// \param signing whether Windows must trust the signature in the file
     /// \throws Failure (module, signature)
     ModuleFile(const std::wstring& name, Signing signing);
-    /// The full path.
+    /// The full path, as the user would write it.
     const std::wstring& path() const noexcept { return path_; }
-    /// The full path in the active code page, as the library takes it.
+    /// The path without links in the active code page, as the library takes it.
     const std::string& pathForLibrary() const noexcept { return pathForLibrary_; }
 
 private:
     std::wstring path_;
-    std::string pathForLibrary_;
     Handle file_;
+    std::string pathForLibrary_;
 };
 
 } // namespace updater

@@ -99,15 +99,15 @@ ExitCode Output::finish() {
 }
 
 bool Output::showsProgress() const noexcept {
-    return messages_.isConsole() && !options_.quiet && !options_.json;
+    return messages_.isColoured() && !options_.quiet && !options_.json && !options_.verbose;
 }
 
 void Output::say(std::wstring_view line, Colour colour) const {
     messages_.write({{L"certstoreupdate: "}, {printable(line), colour}, {L"\n"}});
 }
 
-void Output::writeData(const Spans& spans) const {
-    if (!data_.write(spans))
+void Output::writeData(Spans spans) const {
+    if (!data_.write(std::move(spans)))
         throw Failure(ExitCode::unexpected, L"standard output cannot be written");
 }
 

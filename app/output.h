@@ -68,7 +68,7 @@ public:
 
 private:
     void say(std::wstring_view line, Colour colour) const;
-    void writeData(const Spans& spans) const;
+    void writeData(Spans spans) const;
 
     OutputOptions options_;
     Stream data_ = Stream::standardOutput();

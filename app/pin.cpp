@@ -35,16 +35,24 @@ bool beginsWith(const unsigned char* bytes, std::size_t size,
     return size >= mark.size() && std::equal(mark.begin(), mark.end(), bytes);
 }
 
+bool isControl(unsigned char byte) {
+    return byte < 0x20 || byte == 0x7F;
+}
+
 /// \param from names the source in messages
 Pin pinOf(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
     if (size == 0)
         throw unusable(L"the PIN from " + from + L" is empty");
     if (size > longestPin)
         throw unusable(L"what came from " + from + L" is too long to be a PIN");
+    // A wrong PIN costs one of few tries, so what cannot be right is not tried.
+    if (std::any_of(bytes.data(), bytes.data() + size, isControl))
+        throw unusable(L"what came from " + from +
+                       L" has a control character or a second line end in it, so it is no PIN; a "
+                       L"file must be saved as UTF-8 or ANSI text of one line");
     return Pin(bytes.data(), size);
 }
 
-/// A wrong PIN costs one of few tries, so what cannot be right is not tried.
 void refuseEncodingMarks(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
     if (beginsWith(bytes.data(), size, {0xFF, 0xFE}) ||
         beginsWith(bytes.data(), size, {0xFE, 0xFF}) ||
@@ -128,6 +136,8 @@ Pin pinFromEnvironment(const std::wstring& name) {
         throw unusable(from + L" is not set");
     if (size >= units.capacity())
         throw unusable(L"what came from " + from + L" is too long to be a PIN");
+    // What this process starts, and whatever reads its environment, has no use for it.
+    SetEnvironmentVariableW(name.c_str(), nullptr);
     return pinFromUnits(units, size, from);
 }
 
@@ -143,11 +153,13 @@ BOOL WINAPI restoreEcho(DWORD) {
 /// program is interrupted.
 class WithoutEcho {
 public:
+    /// \throws Failure (usage) if the console cannot be silenced
     explicit WithoutEcho(HANDLE console) {
-        GetConsoleMode(console, &loudMode);
         quietConsole = console;
+        if (!GetConsoleMode(console, &loudMode) ||
+            !SetConsoleMode(console, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT))
+            throw unusable(L"the console would show the PIN: " + systemErrorText(GetLastError()));
         SetConsoleCtrlHandler(restoreEcho, TRUE);
-        SetConsoleMode(console, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT);
     }
     WithoutEcho(const WithoutEcho&) = delete;
     WithoutEcho& operator=(const WithoutEcho&) = delete;
@@ -174,9 +186,13 @@ Pin pinFromPrompt() {
     {
         const WithoutEcho quiet(input.get());
         show(output.get(), L"PIN: ");
+        SetLastError(ERROR_SUCCESS);
         if (!ReadConsoleW(input.get(), units.data(), static_cast<DWORD>(units.capacity()), &size,
                           nullptr))
             throw unusable(L"the PIN cannot be read from the console");
+        // Ctrl-C reads as nothing at all, while the system makes ready to end the process.
+        if (size == 0 && GetLastError() == ERROR_OPERATION_ABORTED)
+            throw unusable(L"interrupted");
         show(output.get(), L"\r\n");
     }
     const auto* const end = units.data() + size;

@@ -8,6 +8,11 @@ namespace updater {
 Progress::Progress(const Output& output, std::size_t steps)
     : isShown_(output.showsProgress()), steps_(steps) {}
 
+Progress::~Progress() {
+    if (bar_ && done_ != steps_)
+        std::cerr << std::endl;
+}
+
 void Progress::advance() {
     if (done_ == steps_)
         return;

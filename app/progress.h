@@ -11,11 +11,16 @@
 
 namespace updater {
 
-/// A bar on standard error, if that is a console, for work that takes longer than a moment.
+/// A bar on standard error, if that is a console, for work that takes longer than a moment. While
+/// the object lives, nothing else is written there.
 class Progress {
 public:
     /// \param steps how many there are; more of them are not shown
     Progress(const Output& output, std::size_t steps);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    /// Ends the line of a bar that was not filled.
+    ~Progress();
 
     /// One more step is done.
     void advance();

@@ -2,8 +2,8 @@
 #include "commands.h"
 
 #include "certificatejson.h"
-#include "csps.h"
 #include "cspstore.h"
+#include "namechecks.h"
 #include "plan.h"
 #include "text.h"
 
@@ -138,7 +138,7 @@ Json toJson(const Row& row, const TokenContents& token) {
 } // namespace
 
 void showStatus(const Options& options, Output& output) {
-    warnUnlessInstalled(options.csp, output);
+    warnOfMistypedNames(options, output);
     const ModuleFile module(options.module, options.signing);
     const TokenContents token = readToken(module, options.pin, Reading::allClasses, output);
     CspStore store(options.store, options.csp);

@@ -1,43 +1,38 @@
 // One run at a time changes a store.
 #include "storelock.h"
 
-#include "files.h"
-
 #include <windows.h>
 
-#include <sddl.h>
+#include <shlobj.h>
 
-#include <cstddef>
+#include <chrono>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 namespace updater {
 
 namespace {
 
-Failure notLocked(const std::wstring& store, const wchar_t* function, DWORD error) {
+// The system tells nobody when a file is closed, so the lock is looked at again and again.
+constexpr std::chrono::milliseconds betweenLooks{100};
+
+Failure notLocked(const std::wstring& store, const std::wstring& reason) {
     return {ExitCode::store, L"the store \"" + store +
                                  L"\" cannot be reserved for this run, and is unchanged: " +
-                                 function + L": " + systemErrorText(error)};
+                                 reason};
 }
 
-/// The user's SID as text, or no text.
-std::wstring userSid() {
-    HANDLE opened = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened))
-        return {};
-    const Handle token(opened);
-    DWORD size = 0;
-    GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
-    std::vector<std::byte> user(size);
-    if (!GetTokenInformation(token.get(), TokenUser, user.data(), size, &size))
-        return {};
+/// With a backslash at the end.
+/// \throws Failure if the user has no such folder
+std::wstring localApplicationData(const std::wstring& store) {
     wchar_t* text = nullptr;
-    if (!ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &text))
-        return {};
-    const std::unique_ptr<wchar_t, decltype(&LocalFree)> owner(text, LocalFree);
-    return text;
+    const HRESULT result =
+        SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_CREATE, nullptr, &text);
+    const std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> owner(text, CoTaskMemFree);
+    if (FAILED(result))
+        throw notLocked(store, L"the folder of local application data: " +
+                                   systemErrorText(static_cast<DWORD>(result)));
+    return std::wstring(text) + L"\\";
 }
 
 /// The name of a store in 16 digits (FNV-1a), whatever its length and characters; letter case does
@@ -53,35 +48,45 @@ std::wstring digest(std::wstring store) {
     return digits;
 }
 
-/// Of all the user's sessions on this machine, since they share the store.
-std::wstring mutexName(const std::wstring& store) {
-    return L"Global\\certstoreupdate-" + userSid() + L"-" + digest(store);
+std::wstring lockFileOf(const std::wstring& store) {
+    const std::wstring folder = localApplicationData(store) + L"certstoreupdate";
+    if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+        throw notLocked(store, folder + L": " + systemErrorText(GetLastError()));
+    return folder + L"\\" + digest(store) + L".lock";
+}
+
+/// Opens the file for this run alone.
+/// \returns null while another run has it
+/// \throws Failure
+Handle tryToLock(const std::wstring& file, const std::wstring& store) {
+    // It stays when it is closed: to remove it would make a second one of it for those who wait.
+    const HANDLE opened = CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened != INVALID_HANDLE_VALUE)
+        return Handle(opened);
+    const DWORD error = GetLastError();
+    if (error != ERROR_SHARING_VIOLATION)
+        throw notLocked(store, file + L": " + systemErrorText(error));
+    return nullptr;
 }
 
 } // namespace
 
 StoreLock::StoreLock(const std::wstring& store, const Interruption& interruption,
-                     const Output& output)
-    : mutex_(CreateMutexW(nullptr, FALSE, mutexName(store).c_str())) {
-    if (!mutex_)
-        throw notLocked(store, L"CreateMutex", GetLastError());
-    DWORD answer = WaitForSingleObject(mutex_.get(), 0);
-    if (answer == WAIT_TIMEOUT) {
-        output.note(L"waiting for another run of this program that changes the store \"" + store +
-                    L"\"");
-        const HANDLE handles[] = {mutex_.get(), interruption.event()};
-        answer = WaitForMultipleObjects(2, handles, FALSE, INFINITE);
+                     const Output& output) {
+    const std::wstring file = lockFileOf(store);
+    file_ = tryToLock(file, store);
+    if (file_)
+        return;
+    output.note(L"waiting for another run of this program that changes the store \"" + store +
+                L"\"");
+    while (!file_) {
+        if (interruption.waitFor(betweenLooks))
+            throw Failure(ExitCode::incomplete, L"interrupted while another run changed the store "
+                                                L"\"" +
+                                                    store + L"\"; this one changed nothing");
+        file_ = tryToLock(file, store);
     }
-    if (answer == WAIT_OBJECT_0 + 1)
-        throw Failure(ExitCode::incomplete, L"interrupted while another run changed the store \"" +
-                                                store + L"\"; this one changed nothing");
-    // An abandoned mutex is one whose run was killed; what that left behind is found and put right.
-    if (answer != WAIT_OBJECT_0 && answer != WAIT_ABANDONED)
-        throw notLocked(store, L"waiting", GetLastError());
-}
-
-StoreLock::~StoreLock() {
-    ReleaseMutex(mutex_.get());
 }
 
 } // namespace updater

@@ -11,17 +11,18 @@ namespace updater {
 
 /// While the object lives, other runs of this program by the same user wait before they change the
 /// store. If a run is killed, the next one goes on. Other programs do not know of it.
+///
+/// It is a file in the folder of the user's local application data, held open by one run at a
+/// time and empty: nobody else can be in the way there, and a run with more rights shares it with
+/// one that has fewer.
 class StoreLock {
 public:
     /// Waits, and says so, while another run has the store.
     /// \throws Failure (store); Failure (incomplete) if the process is asked to end meanwhile
     StoreLock(const std::wstring& store, const Interruption& interruption, const Output& output);
-    StoreLock(const StoreLock&) = delete;
-    StoreLock& operator=(const StoreLock&) = delete;
-    ~StoreLock();
 
 private:
-    Handle mutex_;
+    Handle file_;
 };
 
 } // namespace updater

@@ -20,8 +20,8 @@ bool isLineOrParagraphSeparator(wchar_t unit) {
 }
 
 bool turnsDirection(wchar_t unit) {
-    return unit == 0x200E || unit == 0x200F || (unit >= 0x202A && unit <= 0x202E) ||
-           (unit >= 0x2066 && unit <= 0x2069);
+    return unit == 0x061C || unit == 0x200E || unit == 0x200F ||
+           (unit >= 0x202A && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
 }
 
 } // namespace

@@ -36,7 +36,7 @@ std::optional<Failure> withToken(const ModuleFile& module, const std::function<v
         Pkcs11Helper helper(module.pathForLibrary());
         activity.kind = Kind::unloadModule;
         Token token(helper, module.path());
-        use(token);
+        during({Kind::readToken, module.path()}, [&] { use(token); });
     } catch (const korv::GenericEvent& event) {
         Failure failure = explain(activity, event);
         if (activity.kind == Kind::loadModule)

@@ -10,6 +10,7 @@
 #include "text.h"
 
 #include <optional>
+#include <vector>
 
 namespace updater {
 
@@ -49,11 +50,14 @@ const char* problemName(Kind problem) {
     }
 }
 
+std::wstring nameOf(const SyncEvent& event) {
+    return L"\"" + subjectText(event.certificate) + L"\" (" + toString(event.container) + L")";
+}
+
 Failure failureOf(const SyncEvent& event) {
     if (event.failure)
         return *event.failure;
-    const std::wstring certificate =
-        L"\"" + subjectText(event.certificate) + L"\" (" + toString(event.container) + L")";
+    const std::wstring certificate = nameOf(event);
     switch (event.kind) {
     case Kind::notOurs:
         return {ExitCode::incomplete,
@@ -88,15 +92,19 @@ public:
     /// \param complete whether nothing was left out
     void finish(bool complete) {
         output_.report(changes_);
+        for (const Failure& problem : problems_)
+            output_.fail(problem);
         if (!changes_.empty())
             output_.report(summary());
-        else if (complete && !hasProblems_)
+        else if (complete && problems_.empty())
             output_.report(L"nothing to do: the store is in step with the token");
     }
 
 private:
     void addChange(const SyncEvent& event) {
         const ChangeWords& words = wordsOf(event.kind);
+        output_.detail((planned_ ? words.planned : words.done) + std::wstring(L" ") +
+                       nameOf(event));
         ++counts_[event.kind];
         changes_.add({{planned_ ? words.planned : words.done, words.colour},
                       {toString(event.container)},
@@ -107,8 +115,7 @@ private:
     }
 
     void addProblem(const SyncEvent& event) {
-        hasProblems_ = true;
-        output_.fail(failureOf(event));
+        problems_.push_back(failureOf(event));
         result_["problems"].push_back({{"problem", problemName(event.kind)},
                                        {"container", toUtf8(toString(event.container))},
                                        {"certificate", toJson(event.certificate)}});
@@ -127,17 +134,12 @@ private:
     Json& result_;
     Table changes_;
     std::map<Kind, std::size_t> counts_;
-    bool hasProblems_ = false;
+    std::vector<Failure> problems_;
 };
-
-Failure interrupted() {
-    return {ExitCode::incomplete, L"interrupted; what was done until then stays done, and sync "
-                                  L"does the rest when it is run again"};
-}
 
 } // namespace
 
-void update(const Options& options, const WantedMap& wanted, const Interruption& interruption,
+bool update(const Options& options, const WantedMap& wanted, const Interruption& interruption,
             Output& output, Json& result) {
     // What changes nothing waits for nobody.
     std::optional<StoreLock> lock;
@@ -149,22 +151,24 @@ void update(const Options& options, const WantedMap& wanted, const Interruption&
     output.detail(L"comparing with the store \"" + options.store + L"\"");
 
     Report report(options.dryRun, output, result);
-    Progress progress(output, wanted.size());
-    const SyncObserver observer{[&](const SyncEvent& event) { report.add(event); },
-                                [&] {
-                                    progress.advance();
-                                    return !interruption.isRequested();
-                                }};
+    const auto synchroniseWithProgress = [&] {
+        Progress progress(output, wanted.size());
+        return synchronise(wanted, registry,
+                           {[&](const SyncEvent& event) { report.add(event); },
+                            [&] {
+                                progress.advance();
+                                return !interruption.isRequested();
+                            }});
+    };
     bool complete = false;
     try {
-        complete = synchronise(wanted, registry, observer);
+        complete = synchroniseWithProgress();
     } catch (const Failure&) {
         report.finish(false);
         throw;
     }
     report.finish(complete);
-    if (!complete)
-        output.fail(interrupted());
+    return complete;
 }
 
 } // namespace updater

@@ -39,7 +39,7 @@ void verifyFiles(const Options& options, Output& output) {
         table.add(
             {trusted ? Span{L"trusted", Colour::good} : Span{L"not trusted", Colour::bad}, {path}});
     }
-    output.report(table);
+    output.show(table);
 }
 
 } // namespace updater

@@ -3,7 +3,7 @@
 
 #include "certificatetext.h"
 #include "cleaning.h"
-#include "csps.h"
+#include "namechecks.h"
 #include "text.h"
 #include "update.h"
 #include "version.h"
@@ -19,6 +19,7 @@ namespace updater {
 namespace {
 
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
 
 /// The growing delay between tries.
 class Backoff {
@@ -46,6 +47,11 @@ bool isSame(const WantedMap& a, const WantedMap& b) {
         });
 }
 
+/// Whether it is about the module's file, not about what the module answered.
+bool cannotBeLoaded(const Failure& failure) {
+    return failure.event() && failure.event()->parent();
+}
+
 bool isNoTokenPresent(const Failure& failure) {
     using pkcs11::certstoreupdater::CertStoreUpdaterError_TokenNotPresent;
     return dynamic_cast<const CertStoreUpdaterError_TokenNotPresent*>(failure.event()) != nullptr;
@@ -54,15 +60,10 @@ bool isNoTokenPresent(const Failure& failure) {
 class Watch {
 public:
     Watch(const Options& options, Output& output)
-        : options_(options), output_(output), pin_(readPin(options.pin)) {}
+        : options_(options), output_(output), module_(options.module, options.signing),
+          pin_(readPin(options.pin)) {}
 
     void run() {
-        output_.event({{"event", "watching"},
-                       {"schema", 1},
-                       {"program", "certstoreupdate"},
-                       {"version", version},
-                       {"csp", toUtf8(options_.csp)},
-                       {"store", toUtf8(options_.store)}});
         while (!interruption_.isRequested()) {
             try {
                 if (!follow())
@@ -78,11 +79,11 @@ private:
     /// Follows the token until it cannot be read any more or this is to end.
     /// \returns false if there is no token
     bool follow() {
+        tokenWasThere_ = false;
         hasRead_ = false;
         try {
-            const ModuleFile module(options_.module, options_.signing);
             const auto unloadFailure =
-                withToken(module, [&](Token& token) { followPresent(token); });
+                withToken(module_, [&](Token& token) { followPresent(token); });
             if (unloadFailure)
                 output_.fail(*unloadFailure);
         } catch (const Failure& failure) {
@@ -96,6 +97,7 @@ private:
 
     void followPresent(Token& token) {
         wasLoaded_ = true;
+        tokenWasThere_ = true;
         logIn(token);
         do {
             look(token);
@@ -128,10 +130,23 @@ private:
 
     void synchronise(WantedMap wanted) {
         inStep_.reset();
-        Json event{{"event", "synchronised"}};
-        update(options_, wanted, interruption_, output_, event["sync"]);
-        output_.event(event);
-        inStep_ = std::move(wanted);
+        Json result;
+        try {
+            const bool complete = update(options_, wanted, interruption_, output_, result);
+            tellSynchronised(result);
+            if (complete)
+                inStep_ = std::move(wanted);
+        } catch (const Failure&) {
+            const bool hasBegun =
+                !result.is_null() && !(result["changes"].empty() && result["problems"].empty());
+            if (hasBegun)
+                tellSynchronised(result);
+            throw;
+        }
+    }
+
+    void tellSynchronised(const Json& result) const {
+        output_.event({{"event", "synchronised"}, {"sync", result}});
     }
 
     void waitForToken() {
@@ -153,12 +168,14 @@ private:
 
     /// Waits until it is worth trying again, or gives up.
     void recover(const Failure& failure) {
+        // Ctrl-C is how this ends, also while another run has the store.
+        if (failure.code() == ExitCode::incomplete && interruption_.isRequested())
+            return;
         if (isFinal(failure)) {
             pin_.wipe();
             throw failure;
         }
-        // A token that was pulled while it was followed is no fault: the next look tells.
-        if (failure.code() == ExitCode::tokenAbsent && hasRead_) {
+        if (mayBePulledToken(failure)) {
             interruption_.waitFor(options_.interval);
             return;
         }
@@ -167,15 +184,44 @@ private:
                                       std::to_wstring(delay.count() / 1000) + L" s";
         output_.fail(failure.event() ? Failure(failure.code(), sentence, *failure.event())
                                      : Failure(failure.code(), sentence));
-        interruption_.waitFor(delay);
+        waitForNextTry(delay);
     }
 
-    /// Whether trying again would lock the token or load what must not be loaded, or the command
-    /// line names no module at all, or nobody could hear of it.
+    /// A token that was pulled while it was followed is no fault: the next look tells, and tells
+    /// of the fault if it was one.
+    bool mayBePulledToken(const Failure& failure) const {
+        return hasRead_ && (failure.code() == ExitCode::tokenAbsent ||
+                            (failure.event() && meansLostSession(*failure.event())));
+    }
+
+    /// Waits, but no longer than the token is there: its fault leaves with it.
+    void waitForNextTry(milliseconds delay) {
+        const auto end = Clock::now() + delay;
+        const auto nextLook = [&] {
+            return std::min(options_.interval, std::chrono::ceil<milliseconds>(end - Clock::now()));
+        };
+        while (!interruption_.waitFor(nextLook()) && Clock::now() < end) {
+            if (tokenWasThere_ && isTokenGone()) {
+                backoff_.reset();
+                return;
+            }
+        }
+    }
+
+    bool isTokenGone() const {
+        try {
+            withToken(module_, [](Token&) {});
+            return false;
+        } catch (const Failure& failure) {
+            return isNoTokenPresent(failure);
+        }
+    }
+
+    /// Whether trying again would lock the token, or what was named is no module, or nobody could
+    /// hear of it. A module that only does not start may wait for its device.
     bool isFinal(const Failure& failure) const {
-        return loginFailed_ || failure.code() == ExitCode::signature ||
-               failure.code() == ExitCode::unexpected ||
-               (failure.code() == ExitCode::module && !wasLoaded_);
+        return loginFailed_ || failure.code() == ExitCode::unexpected ||
+               (failure.code() == ExitCode::module && !wasLoaded_ && cannotBeLoaded(failure));
     }
 
     void tell(const char* event, std::wstring_view text) const {
@@ -187,12 +233,14 @@ private:
 
     const Options& options_;
     Output& output_;
+    const ModuleFile module_; ///< before the PIN, which nobody is to be asked for in vain
     Pin pin_;
     const Interruption interruption_; ///< made after the PIN was asked for: that can be broken off
     Backoff backoff_;
     bool loginFailed_ = false;
-    bool wasLoaded_ = false; ///< the module, once at least
-    bool hasRead_ = false;   ///< the token, since the module was loaded
+    bool wasLoaded_ = false;     ///< the module, once at least
+    bool tokenWasThere_ = false; ///< when the module was loaded last
+    bool hasRead_ = false;       ///< the token, since the module was loaded
     Presence presence_ = Presence::unknown;
     bool mustClean_ = false;          ///< the token is gone, and its entries are not yet
     std::optional<WantedMap> inStep_; ///< what the store was brought into step with
@@ -201,7 +249,13 @@ private:
 } // namespace
 
 void watchToken(const Options& options, Output& output) {
-    warnUnlessInstalled(options.csp, output);
+    output.event({{"event", "watching"},
+                  {"schema", 1},
+                  {"program", "certstoreupdate"},
+                  {"version", version},
+                  {"csp", toUtf8(options.csp)},
+                  {"store", toUtf8(options.store)}});
+    warnOfMistypedNames(options, output);
     Watch(options, output).run();
 }
 

@@ -14,6 +14,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 Options parsed(const std::vector<std::string>& arguments) {
     return std::get<Options>(parseCommandLine(arguments));
@@ -86,6 +87,34 @@ TEST(CommandLine, RefusesAPinAndDoesNotRepeatIt) {
                 AllOf(HasSubstr("no option --pin"), Not(HasSubstr("8241"))));
     EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "8241"}),
                 Not(HasSubstr("8241")));
+    for (const char* const typed :
+         {"-p8241", "--pin:8241", "--pin8241", "--pin-stdin=8241", "--allow-unsigned-module=8241"})
+        EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
+                    AllOf(HasSubstr(typed[1] == '-' ? "--" : "-p"), Not(HasSubstr("8241"))))
+            << typed;
+}
+
+TEST(CommandLine, SaysWhatIsWrongWithAnOptionInItsOwnWords) {
+    const auto complaintOf = [](std::vector<std::string> more) {
+        more.insert(more.begin(), {"watch", "--module", "m", "--csp", "C"});
+        return complaintAbout(more);
+    };
+    EXPECT_THAT(complaintOf({"--json=yes"}), StartsWith("--json takes no value;"));
+    EXPECT_THAT(complaintOf({"--store"}), StartsWith("--store lacks its value;"));
+    EXPECT_THAT(complaintOf({"--csp", "D"}), StartsWith("--csp is given more than once;"));
+    EXPECT_THAT(complaintOf({"--pin-file", "p", "--pin-stdin"}),
+                StartsWith("only one of --pin-file and --pin-stdin can be given;"));
+    EXPECT_THAT(complaintOf({"--interval", "soon"}),
+                StartsWith("--interval must be from 0.1 to 86400 seconds;"));
+    EXPECT_THAT(complaintAbout({"sync", "--csp", "C"}), StartsWith("--module is required;"));
+}
+
+TEST(CommandLine, ThatCannotBeReadIsAnsweredAsItAsks) {
+    EXPECT_FALSE(outputAskedFor({"sync", "--nonsense"}).json);
+    const OutputOptions once = outputAskedFor({"sync", "--nonsense", "--json"});
+    EXPECT_TRUE(once.json && !once.lines);
+    const OutputOptions always = outputAskedFor({"watch", "--nonsense", "--json"});
+    EXPECT_TRUE(always.json && always.lines);
 }
 
 TEST(CommandLine, RefusesAnEmptyCspWhichWouldMeanEveryCsp) {
@@ -153,8 +182,8 @@ TEST(CommandLine, OfListNamesNoCspOrOne) {
 }
 
 TEST(CommandLine, OfVerifyAndGrantNamesPaths) {
-    EXPECT_EQ(parsed({"verify", "a.dll", "C:\b c.msi"}).paths,
-              (std::vector<std::wstring>{L"a.dll", L"C:\b c.msi"}));
+    EXPECT_EQ(parsed({"verify", "a.dll", "C:\\b c.msi"}).paths,
+              (std::vector<std::wstring>{L"a.dll", L"C:\\b c.msi"}));
     const Options grant = parsed({"grant", "--recursive", "folder"});
     EXPECT_EQ(grant.paths, std::vector<std::wstring>{L"folder"});
     EXPECT_TRUE(grant.recursive);

@@ -402,8 +402,9 @@ TEST_F(Grant, TellsOfEachPath) {
 
 TEST_F(Grant, GoesIntoFolders) {
     folder.write("file", "text");
-    EXPECT_THAT(runWith({L"grant", folder.path().wstring(), L"--recursive"}),
-                EndsWithCode(0, IsEmpty()));
+    const Outcome outcome = runWith({L"grant", folder.path().wstring(), L"--recursive"});
+    EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
+    EXPECT_EQ(outcome.output, "granted  " + folder.path().string() + "\n");
 }
 
 class Program : public UpdaterTest {};

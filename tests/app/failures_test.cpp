@@ -84,9 +84,26 @@ TEST(FailureOfAModuleFile, SaysWhyAndShowsTheCause) {
         explain({Kind::loadModule, L"C:\\token.dll"}, pkcs11::cryptokiError(file, 5, cause));
     EXPECT_EQ(failure.code(), ExitCode::module);
     EXPECT_THAT(failure.what(),
-                AllOf(HasSubstr("the module \"C:\\token.dll\" cannot be loaded (126)"),
+                AllOf(HasSubstr("the module \"C:\\token.dll\" cannot be loaded ("),
+                      HasSubstr("(error 126)); check its path"),
                       EndsWith("(Pkcs11Error_CryptokiError: CRYPTOKY_ERROR_CODE=5; because of "
                                "ModuleNotLoaded: MODULE=C:\\token.dll, ERROR=126)")));
+}
+
+TEST(FailureOfAModuleFile, SpeaksOfItWhereTheSystemLeavesTheNameOpen) {
+    korv::GenericEvent cause("ModuleNotLoaded", file, 1, 0);
+    cause.setParam(L"ERROR", L"193");
+    const Failure failure =
+        explain({Kind::loadModule, L"C:\\token.dll"}, pkcs11::cryptokiError(file, 5, cause));
+    EXPECT_THAT(failure.what(), AllOf(HasSubstr("(error 193)"), Not(HasSubstr("%1"))));
+}
+
+TEST(FailureOfALostSession, IsToldFromOtherAnswersOfTheToken) {
+    for (const unsigned long lost : {0xB0UL, 0xB3UL, 0x101UL})
+        EXPECT_TRUE(meansLostSession(pkcs11::cryptokiError(file, lost))) << lost;
+    for (const unsigned long other : {0x05UL, 0x30UL, 0x32UL, 0xA0UL, 0xE0UL})
+        EXPECT_FALSE(meansLostSession(pkcs11::cryptokiError(file, other))) << other;
+    EXPECT_FALSE(meansLostSession(korv::makeEvent<CertStoreUpdaterError_OpenSystemStore>(file)));
 }
 
 template <class Event>

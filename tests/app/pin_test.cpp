@@ -50,8 +50,16 @@ TEST_F(PinFile, IsTakenAsItIs) {
 TEST_F(PinFile, LosesOneLineEnd) {
     EXPECT_EQ(textOf(readPin(holding("1234\n"))), "1234");
     EXPECT_EQ(textOf(readPin(holding("1234\r\n"))), "1234");
-    EXPECT_EQ(textOf(readPin(holding("1234\n\n"))), "1234\n");
-    EXPECT_EQ(textOf(readPin(holding("1234\r"))), "1234\r");
+}
+
+TEST_F(PinFile, WithWhatCannotBeInAPinIsNotTried) {
+    for (const std::string_view contents :
+         {std::string_view("1234\n\n"), std::string_view("1234\r"), std::string_view("12\n34"),
+          std::string_view("12\t34"), std::string_view("12\x7F"),
+          std::string_view("1\0"
+                           "2\0",
+                           4)}) // UTF-16 without a mark
+        expectRefused(holding(contents), "control character");
 }
 
 TEST_F(PinFile, MustNotBeEmpty) {
@@ -118,6 +126,11 @@ TEST_F(PinVariable, HoldsAsMuchAsAPinCanBeLong) {
     for (const std::size_t size : {256u, 257u, 258u, 259u, 5000u})
         expectRefused(holding(std::wstring(size, L'1').c_str()), "too long");
     expectRefused(holding(std::wstring(200, L'\u20AC').c_str()), "too long");
+}
+
+TEST_F(PinVariable, IsTakenAwayOnceItIsRead) {
+    EXPECT_EQ(textOf(readPin(holding(L"1234"))), "1234");
+    EXPECT_EQ(GetEnvironmentVariableW(name, nullptr, 0), 0u);
 }
 
 TEST_F(PinVariable, MustBeUnicode) {

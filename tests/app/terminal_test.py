@@ -29,9 +29,9 @@ def windows_path(path):
     return f"Z:{path}"
 
 
-def windows_program(name, *arguments):
+def windows_program(name, *arguments, redirection=""):
     # Ctrl-C is for the program: were what starts it to end, the program would be hung up.
-    return ["/bin/sh", "-c", "trap '' INT; exec \"$@\"", "sh",
+    return ["/bin/sh", "-c", f"trap '' INT; exec \"$@\" {redirection}", "sh",
             WINE, str(PROGRAMS / f"{name}.exe"), *arguments]
 
 
@@ -61,12 +61,24 @@ class TerminalTest(unittest.TestCase):
         if has_key:
             self.script.append(f"key id={container}")
 
+    def put_many_certificates(self, count):
+        """So many with keys, which differ in their serial numbers only."""
+        self.put_certificate("00", "Signature", "/CN=Somebody")
+        del self.script[-2:]
+        one = (self.folder / "00.der").read_bytes()
+        # Behind the version: an INTEGER of twenty octets.
+        at = one.index(b"\x02\x01\x02\x02\x14") + 5 + 18
+        for number in range(count):
+            id = f"{number:04X}"
+            value = one[:at] + bytes.fromhex(id) + one[at + 2:]
+            self.script += [f"certificate value={value.hex()} id={id}", f"key id={id}"]
+
     @staticmethod
     def erase_store():
         with Terminal(windows_program("showstore", "erase", STORE)) as terminal:
             terminal.wait_for_end()
 
-    def updater(self, command, *options, columns=80, environment=None):
+    def updater(self, command, *options, columns=80, environment=None, redirection=""):
         """The program with the token, on a terminal."""
         script = self.folder / "token.script"
         script.write_text("\n".join(self.script) + "\n")
@@ -74,7 +86,8 @@ class TerminalTest(unittest.TestCase):
             windows_program(
                 "winecompat-launcher", str(PROGRAMS / "certstoreupdate.exe"), command,
                 "--module", windows_path(PROGRAMS / "faketoken.dll"), "--allow-unsigned-module",
-                "--csp", CSP, "--store", STORE, *options),
+                "--csp", CSP, "--store", STORE, *options,
+                redirection=redirection),
             columns=columns,
             environment={"FAKETOKEN_SCRIPT": windows_path(script), "NO_COLOR": None,
                          "TEST_PIN": "1234", **(environment or {})})
@@ -205,6 +218,47 @@ class Interruption(TerminalTest):
             self.assertEqual(terminal.wait_for_end(), 0)
             self.assertIn("stopped", terminal.text())
         self.assertEqual(self.calls()[-1], "C_Finalize 0")
+
+
+class Progress(TerminalTest):
+    BAR = re.compile(r"0% +10 +20 .* 100%\n\|-.*-\|\n\*+")
+
+    def sync(self, **options):
+        """Messages alone, as the bar is one; the table would move it out of sight."""
+        return self.updater("sync", "--pin-env", "TEST_PIN", redirection=">/dev/null", **options)
+
+    def test_is_shown_where_work_takes_longer_than_a_moment(self):
+        self.put_many_certificates(2500)
+        with self.sync() as terminal:
+            self.assertEqual(terminal.wait_for_end(), 0)
+            self.assertRegex(terminal.text(), self.BAR)
+            self.assertEqual(terminal.text().count("*"), 51, "full")
+
+    def test_is_not_shown_if_nobody_wants_more_than_text(self):
+        self.put_many_certificates(2500)
+        with self.sync(environment={"NO_COLOR": "1"}) as terminal:
+            self.assertEqual(terminal.wait_for_end(), 0)
+            self.assertEqual(terminal.text(), "")
+
+    def test_ends_its_line_when_it_is_broken_off(self):
+        self.put_many_certificates(2500)
+        with self.sync() as terminal:
+            terminal.wait_for("*")
+            terminal.type(INTERRUPT)
+            self.assertEqual(terminal.wait_for_end(), 11)
+            self.assertRegex(terminal.text(), self.BAR)
+            self.assertLess(terminal.text().count("*"), 51)
+            self.assertRegex(terminal.text(), r"\*\n+certstoreupdate: interrupted;")
+
+
+class StandardOutput(TerminalTest):
+    def test_that_takes_nothing_ends_every_command_with_1(self):
+        self.put_certificate("01", "Signature", "/CN=Somebody")
+        for command in ["status", "sync", "watch"]:
+            with self.subTest(command), self.updater(
+                    command, "--pin-env", "TEST_PIN", redirection=">/dev/full") as terminal:
+                self.assertEqual(terminal.wait_for_end(), 1)
+                self.assertIn("standard output cannot be written", terminal.text())
 
 
 class Colours(TerminalTest):

@@ -113,10 +113,12 @@ protected:
     std::vector<std::wstring> commandLine(const std::wstring& command,
                                           const std::vector<std::wstring>& more = {}) const {
         std::vector<std::wstring> arguments{command, L"--csp", testCsp, L"--store", store.name()};
-        if (command == L"status" || command == L"sync" || command == L"watch")
-            for (const auto& argument : {L"--module", module.c_str(), L"--allow-unsigned-module",
-                                         L"--pin-env", L"TEST_PIN"})
+        if (command == L"status" || command == L"sync" || command == L"watch") {
+            for (const auto& argument : {L"--module", module.c_str(), L"--pin-env", L"TEST_PIN"})
                 arguments.emplace_back(argument);
+            if (allowUnsignedModule)
+                arguments.emplace_back(L"--allow-unsigned-module");
+        }
         arguments.insert(arguments.end(), more.begin(), more.end());
         return arguments;
     }
@@ -137,6 +139,7 @@ protected:
     testsupport::TestStore store;
     testsupport::TestFolder folder;
     std::wstring module = programFolder() + L"faketoken.dll";
+    bool allowUnsignedModule = true;
     std::string slot = "slot pin=1234";
     /// Of the script, replaced from run to run.
     std::string lastLine;

@@ -1,4 +1,6 @@
 // Following a token: it appears, changes, fails and goes.
+#include "runningonwine.h"
+#include "storelock.h"
 #include "updatertest.h"
 
 #include <nlohmann/json.hpp>
@@ -175,10 +177,144 @@ TEST_F(Watching, DoesNotWriteToTheStoreAfterAFaultThatChangedNothing) {
     EXPECT_EQ(updater.waitForEnd().exitCode, 0);
 }
 
+TEST_F(Watching, TakesALostSessionForAPulledTokenOnce) {
+    putOnToken({1});
+    line("failwhile " + path("lost") + " C_FindObjectsInit 0xB3");
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForOutput("1 added\n");
+    folder.write("lost", "");
+    // The first answer of this kind was silent: it may have come from a pulled token.
+    EXPECT_THAT(updater.waitForErrors("the next try is in 1 s"),
+                HasSubstr("CKR_SESSION_HANDLE_INVALID"));
+    EXPECT_EQ(logins(), 2);
+    pull();
+    updater.waitForOutput("the token is gone\n");
+    std::filesystem::remove(folder.path() / "lost");
+    putBack();
+    updater.waitForOutput("the token is present\n", 2);
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
+TEST_F(Watching, DoesNotWaitOutTheDelayOfAFaultThatLeftWithItsToken) {
+    putOnToken({1});
+    line("failwhile " + path("faulty") + " C_FindObjectsInit 0x30");
+    folder.write("faulty", "");
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForErrors("the next try is in 8 s");
+    pull();
+    std::filesystem::remove(folder.path() / "faulty");
+    updater.waitForOutput("there is no token; waiting for one\n");
+    putBack();
+    updater.waitForOutput("1 added\n");
+    pull();
+    updater.waitForOutput("the token is gone\n");
+    folder.write("faulty", "");
+    putBack();
+    updater.waitForErrors("the next try is in 1 s", 2);
+    EXPECT_THAT(updater.errors(), Not(HasSubstr("in 16 s"))) << "the delay began anew";
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
+TEST_F(Watching, WaitsForAModuleThatDoesNotStartYet) {
+    putOnToken({1});
+    line("failwhile " + path("notready") + " C_Initialize 0x30");
+    folder.write("notready", "");
+    testsupport::RunningUpdater updater(watch());
+    EXPECT_THAT(updater.waitForErrors("the next try is in 1 s"), HasSubstr("does not start"));
+    std::filesystem::remove(folder.path() / "notready");
+    updater.waitForOutput("1 added\n");
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+}
+
 TEST_F(Watching, EndsAtOnceIfTheModuleCannotBeLoaded) {
     module = folder.write("text.dll", "This is no library.").wstring();
     testsupport::RunningUpdater updater(watch());
     EXPECT_THAT(updater.waitForEnd(), EndsWithCode(3, HasSubstr("cannot be loaded")));
+}
+
+TEST_F(Watching, EndsAtOnceIfTheModuleIsNotTrusted) {
+    allowUnsignedModule = false;
+    testsupport::RunningUpdater updater(watch());
+    EXPECT_THAT(updater.waitForEnd(), EndsWithCode(8, HasSubstr("was not loaded")));
+    EXPECT_EQ(calls(), "");
+}
+
+TEST_F(Watching, EndsInOrderAtCtrlCWhileAnotherRunHasTheStore) {
+    putOnToken({1});
+    const Output silent("", {.quiet = true});
+    const Interruption interruption;
+    const StoreLock lock(store.name(), interruption, silent);
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForErrors("waiting for another run");
+    updater.interrupt();
+    const Outcome outcome = updater.waitForEnd();
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.output, EndsWith("stopped\n"));
+    EXPECT_THAT(outcome.errors, Not(HasSubstr("interrupted")));
+    EXPECT_THAT(seenByOthers(), IsEmpty());
+}
+
+TEST_F(Watching, EndsAtOnceAtASecondCtrlC) {
+    putOnToken({1});
+    line("hangwhile " + path("hanging") + " C_FindObjects");
+    folder.write("hanging", "");
+    testsupport::RunningUpdater updater(watch());
+    updater.waitForErrors("C_FindObjects hangs");
+    updater.interrupt();
+    updater.interrupt();
+    const Outcome outcome = updater.waitForEnd();
+    // Wine ends a program with 0 that does not handle Ctrl-C.
+    EXPECT_EQ(static_cast<DWORD>(outcome.exitCode),
+              testsupport::runningOnWine() ? 0 : STATUS_CONTROL_C_EXIT);
+    EXPECT_THAT(outcome.output, Not(HasSubstr("stopped")));
+    EXPECT_THAT(calls(), Not(HasSubstr("C_Finalize")));
+    EXPECT_THAT(seenByOthers(), IsEmpty());
+}
+
+TEST_F(Watching, TellsProgramsOfWhatCouldNotBeDoneToo) {
+    using namespace testsupport;
+    const Bytes malformed = CertBuilder().extensions({extension("2.5.29.15", integer(1))}).build();
+    folder.replace("objects", certificateStatement(numbered(3), "03") + "\n" + keyStatement("03") +
+                                  "\n" + certificateStatement(malformed, "04") + "\n" +
+                                  keyStatement("04") + "\n");
+    testsupport::RunningUpdater updater(watch({L"--json"}));
+    const std::string output = updater.waitForOutput("\"synchronised\"");
+    updater.interrupt();
+    EXPECT_EQ(updater.waitForEnd().exitCode, 0);
+
+    EXPECT_LT(output.find("\"error\""), output.find("\"synchronised\""));
+    const auto result =
+        nlohmann::json::parse(output.substr(output.find("{\"event\":\"synchronised\"")));
+    EXPECT_EQ(result.at("sync").at("changes").size(), 1u);
+    EXPECT_EQ(result.at("sync").at("problems").at(0).at("problem"), "unusable");
+    EXPECT_THAT(seenByOthers(), ElementsAre(registered(numbered(3), L"CKAIDHEX:03", L"Holder 3")));
+}
+
+TEST_F(Watching, TellsProgramsInALineOfWhatEndsItAtTheBeginning) {
+    for (const std::wstring option : {L"--nonsense", L"--pin-file=none"}) {
+        const Outcome outcome =
+            runWith({L"watch", L"--module", module, L"--allow-unsigned-module", L"--csp", testCsp,
+                     L"--store", store.name(), L"--json", option});
+        EXPECT_EQ(outcome.exitCode, 2);
+        const std::size_t lineBegin = outcome.output.rfind("{\"event\":");
+        ASSERT_NE(lineBegin, std::string::npos) << outcome.output;
+        const std::string line = outcome.output.substr(lineBegin);
+        EXPECT_EQ(violationsOfSchema(line), "") << line;
+        EXPECT_EQ(nlohmann::json::parse(line).at("error").at("exitCode"), 2);
+    }
+}
+
+TEST_F(Watching, TellsProgramsFirstThatItWatches) {
+    std::vector<std::wstring> arguments = commandLine(L"watch", {L"--json"});
+    std::replace(arguments.begin(), arguments.end(), std::wstring(testCsp), std::wstring(L"none"));
+    testsupport::RunningUpdater updater(start(arguments));
+    const std::string output = updater.waitForOutput("\"warning\"");
+    EXPECT_EQ(output.find("{\"event\":\"watching\""), 0u);
+    updater.interrupt();
+    updater.waitForEnd();
 }
 
 TEST_F(Watching, TellsProgramsOfEachEventInALine) {

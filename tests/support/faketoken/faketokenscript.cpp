@@ -23,6 +23,9 @@
 //         the NTH call and all calls after it answer ANSWER
 //     failwhile FILE FUNCTION ANSWER
 //         FUNCTION answers ANSWER at each call at which there is such a file
+//     hangwhile FILE FUNCTION
+//         FUNCTION says on standard error that it hangs, and does not go on as long as there is
+//         such a file
 //     pulledat NTH
 //         the tokens are pulled out at the NTH call and stay out: C_GetSlotList finds no token,
 //         what needs one answers CKR_DEVICE_REMOVED
@@ -42,6 +45,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 namespace faketoken {
 
@@ -203,6 +207,21 @@ Condition exists(const std::string& path) {
     };
 }
 
+/// A hook that does not return from one function for as long as the condition holds.
+std::function<std::optional<CK_RV>(const Call&)> hangsWhile(Condition condition,
+                                                            std::string function) {
+    return [condition = std::move(condition),
+            function = std::move(function)](const Call& call) -> std::optional<CK_RV> {
+        if (call.function == function && condition()) {
+            std::fprintf(stderr, "%s hangs\n", function.c_str());
+            std::fflush(stderr);
+            while (condition())
+                std::this_thread::yield();
+        }
+        return std::nullopt;
+    };
+}
+
 class Reader {
 public:
     void apply(const Statement& statement) {
@@ -238,6 +257,8 @@ private:
             control.failFrom(number(statement[1]), number(statement[2]));
         else if (verb == "failwhile")
             control.failWhile(exists(text(statement[1])), statement[2], number(statement[3]));
+        else if (verb == "hangwhile")
+            control.hook = hangsWhile(exists(text(statement[1])), statement[2]);
         else if (verb == "pulledat")
             control.pullAt(number(statement[1]));
         else if (verb == "pulledwhile")

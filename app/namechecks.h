@@ -1,0 +1,13 @@
+// Names of CSPs and stores that are probably not meant.
+#pragma once
+
+#include "commandline.h"
+#include "output.h"
+
+namespace updater {
+
+/// Warns of a CSP that is not installed, and of a store that has almost the name of one of
+/// Windows's own: a store that does not exist is made when it is opened.
+void warnOfMistypedNames(const Options& options, Output& output);
+
+} // namespace updater
