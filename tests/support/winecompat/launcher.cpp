@@ -78,8 +78,17 @@ Program startSuspended(wchar_t* commandLine) {
     startup.hStdOutput = inheritable(STD_OUTPUT_HANDLE);
     startup.hStdError = inheritable(STD_ERROR_HANDLE);
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
-                        nullptr, &startup, &started))
+    const auto start = [&] {
+        return CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, CREATE_SUSPENDED,
+                              nullptr, nullptr, &startup, &started);
+    };
+    // On a busy machine Wine fails so once in thousands of times.
+    constexpr int tries = 5;
+    bool isStarted = start();
+    for (int again = 1; !isStarted && GetLastError() == ERROR_INTERNAL_ERROR && again != tries;
+         ++again)
+        isStarted = start();
+    if (!isStarted)
         throw Failure("the program cannot be started");
     return {Handle(started.hProcess), Handle(started.hThread)};
 }
