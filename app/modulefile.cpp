@@ -65,10 +65,12 @@ std::string inActiveCodePage(const std::wstring& path) {
 
 std::wstring pathWithoutLinks(const std::wstring& path, HANDLE file) {
     std::wstring real = finalPath(file);
-    if (real.empty())
+    // A link can lead to a name that means another file in ordinary paths: one with a dot or a
+    // blank at its end.
+    if (real.empty() || fullPath(real) != real)
         throw Failure(ExitCode::module, L"where the module \"" + path +
-                                            L"\" really lies cannot be told: " +
-                                            systemErrorText(GetLastError()));
+                                            L"\" really lies cannot be told, or has no ordinary "
+                                            L"path; give the path of the file itself");
     return real;
 }
 
