@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    std::mt19937 engine_{20'101}; // NOLINT(cert-msc51-cpp): failures shall come again
+    std::mt19937 engine_{20'101}; // a failure shall come again
 };
 
 Bytes randomEntry(Dice& dice) {
