@@ -122,6 +122,17 @@ TYPED_TEST(EventClass, HasCodeZeroAndNeitherParametersNorParent) {
     EXPECT_EQ(event.parent(), nullptr);
 }
 
+TYPED_TEST(EventClass, IsWhatAChainOfParametersTurnsBackInto) {
+    const typename TypeParam::Event event =
+        typename TypeParam::Event(sourceFile, 17).setParam(L"KEY", L"value");
+    EXPECT_STREQ(event.what(), TypeParam::name);
+    EXPECT_EQ(event.line(), 17);
+    ASSERT_NE(event.param(L"KEY"), nullptr);
+    EXPECT_STREQ(event.param(L"KEY")->c_str(), L"value");
+    const typename TypeParam::Family family = foreignEvent();
+    EXPECT_STREQ(family.what(), "NameOfTheSource");
+}
+
 TYPED_TEST(EventClass, HangsUnderItsFamilyInTheTree) {
     EXPECT_TRUE((hasOnlyBase<typename TypeParam::Event, typename TypeParam::Family>()));
     // It differs from its siblings in type only.

@@ -88,7 +88,7 @@ CERTSTOREUPDATER_API Buffer<wchar_t> decimal(std::uint64_t number);
 #define KORV_EVENT_FAMILY(Family, Base)                                                            \
     class Family : public Base {                                                                   \
     public:                                                                                        \
-        explicit Family(const ::korv::GenericEvent& event) : Base(event) {}                        \
+        Family(const ::korv::GenericEvent& event) : Base(event) {}                                 \
         Family(const Family&) = default;                                                           \
         ~Family() override = default;                                                              \
         std::unique_ptr<::korv::GenericEvent> clone() const override {                             \
@@ -104,7 +104,7 @@ CERTSTOREUPDATER_API Buffer<wchar_t> decimal(std::uint64_t number);
     public:                                                                                        \
         Event(const ::buffer::Buffer<wchar_t>& file, int line)                                     \
             : Family(::korv::GenericEvent(#Event, file, line, 0)) {}                               \
-        explicit Event(const ::korv::GenericEvent& event) : Family(event) {}                       \
+        Event(const ::korv::GenericEvent& event) : Family(event) {}                                \
         Event(const Event&) = default;                                                             \
         ~Event() override = default;                                                               \
         std::unique_ptr<::korv::GenericEvent> clone() const override {                             \
