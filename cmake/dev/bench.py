@@ -15,8 +15,7 @@ import subprocess
 import sys
 from pathlib import Path
 
-import charts
-from charts import duration, number
+from charts import duration
 from benchpage import write_page
 from benchrows import CONTENDER, ROWS
 
