@@ -41,10 +41,10 @@ protected:
 /// SEQUENCE OF and SET OF.
 class CERTSTOREUPDATER_API ContentsValue : public Asn1 {
 public:
-    bool hasValue() const noexcept { return !contents_.isNull(); }
+    bool hasValue() const noexcept { return !contents_.isNull(); } ///< whether it was set
     /// Contents octets of the DER encoding; empty without a value.
     BufferRange<unsigned char> contents() const noexcept { return contents_.range(); }
-    const Octets& contentsOctets() const noexcept { return contents_; }
+    const Octets& contentsOctets() const noexcept { return contents_; } ///< the same, shared
 
     /// Contents that are valid for the type already; anything else gives undefined values.
     virtual void assignContents(Octets contents) { contents_ = std::move(contents); }
@@ -61,10 +61,10 @@ protected:
 /// A value that is held as its whole DER encoding.
 class CERTSTOREUPDATER_API EncodedValue : public Asn1 {
 public:
-    bool hasValue() const noexcept { return !encoding_.isNull(); }
+    bool hasValue() const noexcept { return !encoding_.isNull(); } ///< whether it was set
     /// The DER encoding; empty without a value.
     BufferRange<unsigned char> encoding() const noexcept { return encoding_.range(); }
-    const Octets& encodingOctets() const noexcept { return encoding_; }
+    const Octets& encodingOctets() const noexcept { return encoding_; } ///< the same, shared
 
     /// An encoding that is valid for the type already; anything else gives undefined values.
     void assignEncoding(Octets encoding) { encoding_ = std::move(encoding); }
@@ -85,11 +85,11 @@ protected:
 /// the chosen one is looked at.
 class CERTSTOREUPDATER_API Choice : public Asn1 {
 public:
-    static constexpr int nothing = -1;
+    static constexpr int nothing = -1; ///< `chosen` before `choose`
 
     /// Index of the chosen alternative in the order of the type, or `nothing`.
     int chosen() const noexcept { return chosen_; }
-    bool hasValue() const noexcept { return chosen_ != nothing; }
+    bool hasValue() const noexcept { return chosen_ != nothing; } ///< whether one is chosen
     /// Chooses an alternative; its field gets its value separately. The index is looked at when
     /// the value is used.
     void choose(int alternative) noexcept { chosen_ = alternative; }

@@ -33,12 +33,14 @@ enum class TypeClass : unsigned {
 
 /// Identifier octets (X.690 8.1.2) of the tags used here, all with numbers below 31.
 namespace tag {
-inline constexpr unsigned char constructed = 0x20;
+inline constexpr unsigned char constructed = 0x20; ///< bit of what has elements as contents
 inline constexpr unsigned char none = 0; ///< CHOICE and open types have no tag of their own
 
+/// Of a type of X.680 itself.
 constexpr unsigned char universal(unsigned number) {
     return static_cast<unsigned char>(number);
 }
+/// Of a tag in brackets.
 constexpr unsigned char context(unsigned number) {
     return static_cast<unsigned char>(0x80 | number);
 }
@@ -50,21 +52,24 @@ constexpr unsigned char masked(unsigned char identifier) {
 
 struct Member;
 
+/// The description of a type; a constant.
 struct Type {
-    const char* name; ///< as in the ASN.1 module; errors show it
-    TypeClass typeClass;
+    const char* name;         ///< as in the ASN.1 module; errors show it
+    TypeClass typeClass;      ///< how values are encoded and held
     unsigned char identifier; ///< identifier octet with the constructed bit as DER has it
     std::span<const Member> members = {}; ///< of a SEQUENCE or a CHOICE
     const Type* element = nullptr;        ///< of SEQUENCE OF, SET OF and kept values
 };
 
+/// Whether a member has a tag in brackets, and of which kind.
 enum class Tagging : unsigned char { none, implicitTag, explicitTag };
+/// Whether a member may be absent.
 enum class Presence : unsigned char { mandatory, optional, defaulted };
 
 /// One member of a SEQUENCE or one alternative of a CHOICE.
 struct Member {
-    const char* name;
-    const Type* type;
+    const char* name; ///< as in the ASN.1 module; "FIELD_NAME" of errors
+    const Type* type; ///< what it is
     /// The member within its owner, or null if it is optional and absent.
     const Asn1* (*find)(const Asn1& owner);
     /// The member within its owner, made present.
@@ -72,17 +77,19 @@ struct Member {
     /// Makes an optional member absent.
     void (*remove)(Asn1& owner);
 
-    Presence presence = Presence::mandatory;
-    Tagging tagging = Tagging::none;
-    unsigned char taggedIdentifier = tag::none;
+    Presence presence = Presence::mandatory;         ///< whether it may be absent
+    Tagging tagging = Tagging::none;                 ///< whether it has a tag of its own
+    unsigned char taggedIdentifier = tag::none;      ///< the identifier octet of that tag
     BufferRange<unsigned char> defaultContents = {}; ///< contents octets of the DEFAULT value
 
+    /// This member with [number] IMPLICIT.
     constexpr Member implicitly(unsigned number) const {
         Member tagged = *this;
         tagged.tagging = Tagging::implicitTag;
         tagged.taggedIdentifier = tag::context(number);
         return tagged;
     }
+    /// This member with [number] EXPLICIT.
     constexpr Member explicitly(unsigned number) const {
         Member tagged = *this;
         tagged.tagging = Tagging::explicitTag;
@@ -155,15 +162,19 @@ constexpr Member member(const char* name) {
             Access::Traits::isOptional ? Presence::optional : Presence::mandatory};
 }
 
+/// A SEQUENCE; the members must outlive it.
 constexpr Type sequence(const char* name, std::span<const Member> members) {
     return {name, TypeClass::sequence, tag::universal(16) | tag::constructed, members};
 }
+/// A CHOICE; the alternatives must outlive it.
 constexpr Type choice(const char* name, std::span<const Member> alternatives) {
     return {name, TypeClass::choice, tag::none, alternatives};
 }
+/// A SEQUENCE OF; the element's type must outlive it.
 constexpr Type sequenceOf(const char* name, const Type& element) {
     return {name, TypeClass::sequenceOf, tag::universal(16) | tag::constructed, {}, &element};
 }
+/// A SET OF; the element's type must outlive it.
 constexpr Type setOf(const char* name, const Type& element) {
     return {name, TypeClass::setOf, tag::universal(17) | tag::constructed, {}, &element};
 }

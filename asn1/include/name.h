@@ -12,16 +12,16 @@ namespace asn1 {
 class CERTSTOREUPDATER_API AttributeTypeAndValue : public Sequence {
 public:
     ObjectIdentifier attributeType; ///< "type"
-    OpenType value;
+    OpenType value;                 ///< a DirectoryString for most types
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
 /// RelativeDistinguishedName: a SET OF attributes.
 class CERTSTOREUPDATER_API RelativeDistinguishedName : public ListOf<AttributeTypeAndValue> {
 public:
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -32,7 +32,7 @@ public:
     std::optional<AttributeTypeAndValue> find(const ObjectIdentifier& attributeType,
                                               unsigned occurrence) const;
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -40,24 +40,25 @@ public:
 class CERTSTOREUPDATER_API Name : public Choice {
 public:
     Name() noexcept = default;
-    explicit Name(RDNSequence names) : rdnSequence(std::move(names)) { choose(0); }
+    /// Chooses the one alternative.
+    explicit Name(RDNSequence names) : rdnSequence(std::move(names)) { choose(0); } ///<
 
-    RDNSequence rdnSequence;
+    RDNSequence rdnSequence; ///< the one alternative
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
 /// DirectoryString (RFC 5280 4.1.2.4).
 class CERTSTOREUPDATER_API DirectoryString : public Choice {
 public:
-    TeletexString teletexString;
-    PrintableString printableString;
-    UniversalString universalString;
-    UTF8String utf8String;
-    BMPString bmpString;
+    TeletexString teletexString;     ///< alternative 0
+    PrintableString printableString; ///< alternative 1
+    UniversalString universalString; ///< alternative 2
+    UTF8String utf8String;           ///< alternative 3
+    BMPString bmpString;             ///< alternative 4
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 

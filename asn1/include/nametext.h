@@ -13,22 +13,25 @@ namespace asn1 {
 struct CERTSTOREUPDATER_API DN_ATTRIBUTE {
     /// Lets the table be asked with contents octets that are no object of their own.
     struct ContentsOrder {
-        using is_transparent = void;
-        using Contents = BufferRange<unsigned char>;
-        static bool isLess(Contents a, Contents b) noexcept {
+        using is_transparent = void;                          ///< std::map asks for it
+        using Contents = BufferRange<unsigned char>;          ///< contents octets of an identifier
+        static bool isLess(Contents a, Contents b) noexcept { ///< octet by octet
             return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
         }
+        /// As `isLess`.
         bool operator()(const ObjectIdentifier& a, const ObjectIdentifier& b) const noexcept {
             return isLess(a.contents(), b.contents());
         }
+        /// As `isLess`.
         bool operator()(const ObjectIdentifier& a, Contents b) const noexcept {
             return isLess(a.contents(), b);
         }
+        /// As `isLess`.
         bool operator()(Contents a, const ObjectIdentifier& b) const noexcept {
             return isLess(a, b.contents());
         }
     };
-    using DefinedTypes = std::map<ObjectIdentifier, DN_ATTRIBUTE, ContentsOrder>;
+    using DefinedTypes = std::map<ObjectIdentifier, DN_ATTRIBUTE, ContentsOrder>; ///< by identifier
 
     std::vector<Buffer<wchar_t>> names; ///< the first one is written
     bool hasNoStringForm = false;       ///< values are written in hexadecimal

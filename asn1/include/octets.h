@@ -25,6 +25,7 @@ public:
     Octets(Octets&& other) noexcept
         : bytes_(std::move(other.bytes_)), offset_(std::exchange(other.offset_, 0)),
           size_(std::exchange(other.size_, 0)) {}
+    /// `other` is null afterwards.
     Octets& operator=(Octets&& other) noexcept {
         bytes_ = std::move(other.bytes_);
         offset_ = std::exchange(other.offset_, 0);
@@ -33,8 +34,9 @@ public:
     }
     ~Octets() = default;
 
-    bool isNull() const noexcept { return bytes_.isNull(); }
-    std::size_t size() const noexcept { return size_; }
+    bool isNull() const noexcept { return bytes_.isNull(); } ///< no value
+    std::size_t size() const noexcept { return size_; }      ///< in bytes
+    /// All of them, as long as this value is there and unchanged.
     BufferRange<unsigned char> range() const noexcept { return {bytes_.data() + offset_, size_}; }
 
     /// The bytes that `part` covers; `part` must lie within `range()`.

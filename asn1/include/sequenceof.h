@@ -33,14 +33,16 @@ protected:
 template <class Item>
 class ListOf : public List {
 public:
+    /// Walks over the items; valid as long as the list is there and unchanged.
     class Iterator {
     public:
-        using iterator_category = std::input_iterator_tag;
-        using value_type = Item;
-        using difference_type = std::ptrdiff_t;
-        using pointer = const Item*;
-        using reference = Item;
+        using iterator_category = std::input_iterator_tag; ///< each item is decoded anew
+        using value_type = Item;                           ///< what is listed
+        using difference_type = std::ptrdiff_t;            ///< as all iterators have
+        using pointer = const Item*;                       ///< not used: items are values
+        using reference = Item;                            ///< an item is made when it is read
 
+        /// Stands on the item whose encoding begins at `position`.
         Iterator(const ListOf& list, const unsigned char* position) noexcept
             : list_(&list), position_(position) {}
 
@@ -50,10 +52,12 @@ public:
             list_->readItem(list_->encodingAt(position_), item);
             return item;
         }
+        /// To the next item.
         Iterator& operator++() noexcept {
             position_ = list_->encodingAt(position_).end();
             return *this;
         }
+        /// To the next item; where it was.
         Iterator operator++(int) noexcept {
             Iterator old = *this;
             ++*this;
@@ -70,7 +74,7 @@ public:
 
     /// The iterators are valid as long as the list is there and unchanged.
     Iterator begin() const noexcept { return {*this, contents().begin()}; }
-    Iterator end() const noexcept { return {*this, contents().end()}; }
+    Iterator end() const noexcept { return {*this, contents().end()}; } ///< past the last item
 
     /// The item at `index`; takes time in proportion to it.
     /// \throws QuorError_Asn1_InvalidItemIndex with "INDEX" and "SIZE"

@@ -13,12 +13,12 @@ namespace asn1 {
 class CERTSTOREUPDATER_API Boolean : public ContentsValue {
 public:
     Boolean() noexcept = default;
-    explicit Boolean(bool value);
+    explicit Boolean(bool value); ///< encoded at once
 
     /// \throws QuorError_Asn1_UnsetValue with "TYPE" = "BOOLEAN"
     bool value() const;
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -26,7 +26,7 @@ public:
 class CERTSTOREUPDATER_API Integer : public ContentsValue {
 public:
     Integer() noexcept = default;
-    explicit Integer(std::int64_t value);
+    explicit Integer(std::int64_t value); ///< encoded at once
     /// \param octets two's complement, big endian, any length but 0; redundant leading octets are
     ///   dropped
     /// \throws QuorError_Asn1_SettingValue with "TYPE" = "INTEGER" for no octets
@@ -38,7 +38,7 @@ public:
     ///   than 64 bits; both with "TYPE" = "INTEGER"
     std::int64_t value() const;
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -58,9 +58,9 @@ public:
     bool bit(std::size_t index) const;
     /// The octets that hold the bits. Throws like `bit`.
     BufferRange<unsigned char> octets() const;
-    unsigned unusedBits() const;
+    unsigned unusedBits() const; ///< 0 to 7. Throws like `bit`.
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -68,9 +68,9 @@ public:
 class CERTSTOREUPDATER_API OctetString : public ContentsValue {
 public:
     OctetString() noexcept = default;
-    explicit OctetString(Buffer<unsigned char> octets);
+    explicit OctetString(Buffer<unsigned char> octets); ///< shares them
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -97,7 +97,7 @@ public:
         return (a <=> b) == 0;
     }
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -123,6 +123,7 @@ enum class CharacterSet : unsigned char {
 CERTSTOREUPDATER_API TmpBuffer<wchar_t> characterText(CharacterSet set,
                                                       BufferRange<unsigned char> contents);
 
+/// What all character strings share.
 class CERTSTOREUPDATER_API CharacterString : public ContentsValue {
 public:
     /// \throws QuorError_Asn1_UnsetValue with "TYPE" = the type's name;
@@ -142,7 +143,7 @@ public:
     /// \param octets UTF-8
     explicit UTF8String(Buffer<unsigned char> octets) : CharacterString(std::move(octets)) {}
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -153,7 +154,7 @@ public:
     /// \param octets one a character
     explicit PrintableString(Buffer<unsigned char> octets) : CharacterString(std::move(octets)) {}
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -164,7 +165,7 @@ public:
     /// \param octets one a character
     explicit TeletexString(Buffer<unsigned char> octets) : CharacterString(std::move(octets)) {}
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -176,7 +177,7 @@ public:
     /// \throws QuorError_Asn1_SettingValue with "TYPE" = "BMPString" for an odd number of octets
     explicit BMPString(Buffer<unsigned char> octets);
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -189,7 +190,7 @@ public:
     ///   multiple of 4
     explicit UniversalString(Buffer<unsigned char> octets);
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -203,7 +204,7 @@ public:
     /// The contents' characters. \throws QuorError_Asn1_UnsetValue with "TYPE" = "UTCTime"
     std::string_view text() const;
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -219,7 +220,7 @@ public:
     /// \throws QuorError_Asn1_UnsetValue with "TYPE" = "GeneralizedTime"
     std::string_view text() const;
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 
@@ -233,7 +234,7 @@ public:
     ///   element with a length in its shortest form
     static OpenType fromEncoding(Buffer<unsigned char> encoding);
 
-    static const Type asn1Type;
+    static const Type asn1Type; ///< how it is encoded
     const Type& type() const noexcept override;
 };
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks format, includes, C++, shell and Python scripts; all of them, even if one has complaints.
+# Checks format, includes, C++, shell and Python scripts, and that all that is public is documented;
+# all of them, even if one has complaints.
 # The build folders native and windows are configured already.
 set -euo pipefail
 
@@ -69,6 +70,7 @@ check "lint format" clang-format --dry-run --Werror "${cxx[@]}"
 check "lint includes" python3 cmake/dev/rooms.py "${cxx[@]}"
 check "lint shell scripts" shellcheck --external-sources "${shell[@]}"
 check "lint Python scripts" pyflakes3 "${python[@]}"
+check "lint API reference" doxygen docs/Doxyfile
 check "lint cppcheck native" run_cppcheck native
 check "lint cppcheck windows" run_cppcheck windows --platform=win64
 check "lint clang-tidy" run_clang_tidy_natively

@@ -141,6 +141,7 @@ private:
 template <class T>
 struct Lower;
 
+/// The lower-case form of a UTF-16 unit.
 template <>
 struct Lower<wchar_t> {
     /// Unicode's simple lower-case mapping of a UTF-16 unit, whatever the locale; a unit without

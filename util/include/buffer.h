@@ -13,6 +13,7 @@ public:
     TmpBuffer() noexcept = default;
     /// \param size elements, uninitialised; a terminator follows them
     explicit TmpBuffer(std::size_t size) : GenericBuffer<T>(size) {}
+    /// A copy of `size` elements; a null pointer (only with size 0) gives a null buffer.
     TmpBuffer(const T* elements, std::size_t size) : GenericBuffer<T>(elements, size) {}
     TmpBuffer(TmpBuffer&&) noexcept = default;
     TmpBuffer& operator=(TmpBuffer&&) noexcept = default;
@@ -69,17 +70,22 @@ template <class T>
 class BufferRange {
 public:
     constexpr BufferRange() noexcept = default;
+    /// From `begin` to before `end`.
     constexpr BufferRange(const T* begin, const T* end) noexcept : begin_(begin), end_(end) {}
+    /// `size` elements from `begin` on.
     constexpr BufferRange(const T* begin, std::size_t size) noexcept
         : begin_(begin), end_(begin + size) {}
+    /// All of a buffer, as long as that is there and unchanged.
     BufferRange(const GenericBuffer<T>& whole) noexcept
         : begin_(whole.begin()), end_(whole.end()) {}
 
-    constexpr const T* begin() const noexcept { return begin_; }
-    constexpr const T* end() const noexcept { return end_; }
-    constexpr const T* data() const noexcept { return begin_; }
+    constexpr const T* begin() const noexcept { return begin_; } ///< the first element
+    constexpr const T* end() const noexcept { return end_; }     ///< past the last element
+    constexpr const T* data() const noexcept { return begin_; }  ///< the first element
+    /// How many elements are left.
     constexpr std::size_t size() const noexcept { return static_cast<std::size_t>(end_ - begin_); }
-    constexpr bool empty() const noexcept { return begin_ == end_; }
+    constexpr bool empty() const noexcept { return begin_ == end_; } ///< whether nothing is left
+    /// The element at `index`, which must be less than `size()`.
     constexpr const T& operator[](std::size_t index) const noexcept { return begin_[index]; }
 
     /// Consumes the first `count` elements; `count` must not exceed `size()`.

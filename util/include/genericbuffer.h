@@ -115,7 +115,7 @@ class GenericBuffer {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
-    using value_type = T;
+    using value_type = T; ///< the element
 
     /// How many elements fit into the object itself, the terminator not counted.
     static constexpr std::size_t inlineCapacity = 15;
@@ -123,10 +123,11 @@ public:
     /// Null for a null buffer. Writing through the pointer is for buffers that were just made or
     /// detached: it does not separate the buffer from its copies.
     T* data() noexcept { return data_; }
-    const T* data() const noexcept { return data_; }
+    const T* data() const noexcept { return data_; } ///< for reading
+    /// How many elements there are, the terminator not counted.
     std::size_t size() const noexcept { return static_cast<std::size_t>(size_); }
 
-    bool isNull() const noexcept { return data_ == nullptr; }
+    bool isNull() const noexcept { return data_ == nullptr; } ///< no contents
     /// True for empty and for null buffers.
     bool empty() const noexcept { return size_ == 0; }
 
@@ -134,8 +135,9 @@ public:
     /// themselves are handed out as they are.
     const T* c_str() const noexcept { return data_ ? data_ : &zero; }
 
-    const T* begin() const noexcept { return data_; }
-    const T* end() const noexcept { return data_ + size_; }
+    const T* begin() const noexcept { return data_; }       ///< for reading
+    const T* end() const noexcept { return data_ + size_; } ///< the terminator
+    /// The element at `index`; at `size()` the terminator.
     const T& operator[](std::size_t index) const noexcept { return data_[index]; }
 
     /// Elements that fit without a new block: 15 while the contents are in the object.
@@ -179,7 +181,9 @@ public:
         resize(oldSize + count);
         copyElements(data_ + oldSize, ownElements ? data_ + offset : elements, count);
     }
+    /// Appends the contents of a buffer, which may be this one.
     void append(const GenericBuffer& other) { append(other.data_, other.size()); }
+    /// Appends one element.
     void append(T element) {
         resize(size() + 1);
         data_[size_ - 1] = element;

@@ -22,9 +22,10 @@ using buffer::TmpBuffer;
 /// Constructors and `setParam` fail only with std::bad_alloc.
 class CERTSTOREUPDATER_API GenericEvent : public std::exception {
 public:
+    /// A parameter.
     struct Param {
-        Buffer<wchar_t> key;
-        Buffer<wchar_t> value;
+        Buffer<wchar_t> key;   ///< "STORE", "CAUSE", ...
+        Buffer<wchar_t> value; ///< free text; numbers are decimal
         friend bool operator==(const Param&, const Param&) = default;
     };
 
@@ -59,10 +60,10 @@ public:
     /// Stores a copy of `cause`, with its most-derived type, as the reason for this event.
     GenericEvent& setParent(const GenericEvent& cause);
 
-    const Buffer<char>& name() const noexcept { return name_; }
-    const Buffer<wchar_t>& file() const noexcept { return file_; }
-    int line() const noexcept { return line_; }
-    unsigned code() const noexcept { return code_; }
+    const Buffer<char>& name() const noexcept { return name_; }    ///< the class's name
+    const Buffer<wchar_t>& file() const noexcept { return file_; } ///< of the throw site
+    int line() const noexcept { return line_; }                    ///< of the throw site
+    unsigned code() const noexcept { return code_; }               ///< always 0
     /// In the order in which they were set.
     const std::vector<Param>& params() const noexcept { return params_; }
     /// The value of the first parameter with this key, or null. The event owns it.

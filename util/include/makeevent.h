@@ -11,13 +11,18 @@ namespace korv {
 /// A parameter as a throw site writes it: a key and a text or a number.
 class EventParam {
 public:
+    /// A zero-terminated text.
     EventParam(const wchar_t* key, const wchar_t* text) : param_{key, text} {}
+    /// A text.
     EventParam(const wchar_t* key, const Buffer<wchar_t>& text) : param_{key, text} {}
+    /// A text.
     EventParam(const wchar_t* key, const std::wstring& text)
         : param_{key, Buffer<wchar_t>(text.data(), text.size())} {}
+    /// A number, as decimal text.
     template <std::unsigned_integral Number>
     EventParam(const wchar_t* key, Number number) : param_{key, decimal(number)} {}
 
+    /// As the event keeps it.
     const GenericEvent::Param& get() const noexcept { return param_; }
 
 private:
