@@ -20,14 +20,15 @@ STRIP = "x86_64-w64-mingw32-strip"
 RUN_TIME = ["libgcc_s_seh-1.dll", "libssp-0.dll", "libstdc++-6.dll", "libwinpthread-1.dll"]
 # Made of the others, or for looking at with the build's own tools.
 LEFT_OUT = ("heapchecked-", "heapdefects", "unhardened", "barecalls", "updatebench", "showstore",
-            "example_", "signee")
+            "signee")
 
 README = """\
 Tests of the certificate store updater on Windows
 
 Use a 64-bit Windows 10 or 11 that may be spoilt, best a virtual machine: the tests register fake
 cryptographic providers, trust a test authority for the length of a test, and write certificate
-stores of their own. They remove all of that, unless they are broken off.
+stores of their own and entries of a made-up provider into the personal store. They remove all of
+that, unless they are broken off.
 
 1. Unpack everything into a folder whose path is short and may be written.
 2. Open a command prompt as administrator, go there, and run:  runtests.exe

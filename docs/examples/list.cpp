@@ -27,7 +27,8 @@ std::string utf8(std::wstring_view text) {
 
 void list(const std::wstring& storeName, const std::wstring& csp) {
     CertStoreHelper store(storeName);
-    for (const auto& [container, item] : *store.listCertsByCsp(csp, false)) {
+    const auto certificates = store.listCertsByCsp(csp, false);
+    for (const auto& [container, item] : *certificates) {
         const asn1::Certificate& certificate = item.certificate;
         std::cout << utf8(view(container)) << "\n    "
                   << utf8(view(asn1::toText(certificate.subject().rdnSequence))) << "\n    until "
@@ -52,4 +53,5 @@ int wmain(int argc, wchar_t** argv) {
         std::cerr << utf8(view(event.dump()));
         return 1;
     }
+    return 0;
 }

@@ -29,4 +29,5 @@ int wmain(int argc, wchar_t** argv) {
                    << error.param(L"error")->c_str() << L"\n";
         return 1;
     }
+    return 0;
 }
