@@ -12,7 +12,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -55,21 +57,30 @@ Value valueAt(const void* address) {
     return value;
 }
 
+/// How many bytes there are for an entry: up to the end of the list that it begins in, or as many
+/// as any entry can have if it was found elsewhere.
+std::size_t roomFor(const void* entry, PACL acl) {
+    const auto begin = reinterpret_cast<std::uintptr_t>(acl);
+    const auto at = reinterpret_cast<std::uintptr_t>(entry);
+    const std::size_t listSize = valueAt<ACL>(acl).AclSize;
+    if (at < begin || at - begin >= listSize)
+        return std::numeric_limits<WORD>::max();
+    return listSize - (at - begin);
+}
+
 /// An entry with everything that its header says it has.
 std::span<unsigned char> entryAt(PACL acl, DWORD index) {
     void* found = nullptr;
     if (!GetAce(acl, index, &found))
         throwFailureOf(L"GetAce");
     // Windows looks at where an entry begins, not at where it ends.
-    auto* begin = static_cast<unsigned char*>(found);
-    const auto* aclBegin = reinterpret_cast<const unsigned char*>(acl);
-    const auto room = aclBegin + valueAt<ACL>(acl).AclSize - begin;
-    if (room < static_cast<std::ptrdiff_t>(sizeof(ACE_HEADER)))
+    const std::size_t room = roomFor(found, acl);
+    if (room < sizeof(ACE_HEADER))
         throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
-    const WORD size = valueAt<ACE_HEADER>(begin).AceSize;
+    const WORD size = valueAt<ACE_HEADER>(found).AceSize;
     if (size < sizeof(ACE_HEADER) || room < size)
         throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
-    return {begin, size};
+    return {static_cast<unsigned char*>(found), size};
 }
 
 /// Whether the entry names `sid` where entries that allow or deny access name somebody.
@@ -84,16 +95,35 @@ bool names(std::span<unsigned char> entry, const AnyPackageSid& sid) {
     return EqualSid(named.data(), sid.getSid());
 }
 
-/// Whether the list lies in the descriptor as its header says it does.
-bool contains(const Buffer<unsigned char>& descriptor, const ACL* acl) {
-    const auto* begin = reinterpret_cast<const unsigned char*>(acl);
-    if (begin < descriptor.begin() || begin > descriptor.end())
+SECURITY_DESCRIPTOR_CONTROL controlOf(const Buffer<unsigned char>& descriptor) {
+    return valueAt<SECURITY_DESCRIPTOR_CONTROL>(descriptor.begin() +
+                                                offsetof(SECURITY_DESCRIPTOR_RELATIVE, Control));
+}
+
+/// Whether Windows finds in the bytes all that it reads to tell where the list is.
+bool hasItsHeader(const Buffer<unsigned char>& descriptor) {
+    if (descriptor.size() < offsetof(SECURITY_DESCRIPTOR_RELATIVE, Owner))
         return false;
-    const auto room = static_cast<std::size_t>(descriptor.end() - begin);
-    if (room < sizeof(ACL))
+    const SECURITY_DESCRIPTOR_CONTROL control = controlOf(descriptor);
+    if (!(control & SE_DACL_PRESENT))
+        return true;
+    return descriptor.size() >= (control & SE_SELF_RELATIVE ? sizeof(SECURITY_DESCRIPTOR_RELATIVE)
+                                                            : sizeof(SECURITY_DESCRIPTOR));
+}
+
+/// Whether a list that the descriptor has by an offset lies in it as the list's header says. One
+/// that it has by a pointer lies where whoever made the descriptor knows.
+bool containsItsList(const Buffer<unsigned char>& descriptor) {
+    constexpr SECURITY_DESCRIPTOR_CONTROL hasOffset = SE_SELF_RELATIVE | SE_DACL_PRESENT;
+    if ((controlOf(descriptor) & hasOffset) != hasOffset)
+        return true;
+    const DWORD offset = valueAt<SECURITY_DESCRIPTOR_RELATIVE>(descriptor.begin()).Dacl;
+    if (offset == 0)
+        return true; // a NULL list
+    if (offset > descriptor.size() || descriptor.size() - offset < sizeof(ACL))
         return false;
-    const WORD size = valueAt<ACL>(acl).AclSize;
-    return size >= sizeof(ACL) && room >= size;
+    const WORD size = valueAt<ACL>(descriptor.begin() + offset).AclSize;
+    return size >= sizeof(ACL) && descriptor.size() - offset >= size;
 }
 
 /// An access-control list while it is being built.
@@ -160,18 +190,20 @@ SecurityDescriptorDacl::SecurityDescriptorDacl(const std::wstring& path)
     GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &needed);
 
     securityDescriptor = Buffer<unsigned char>(std::size_t{needed});
+    // What Windows does not fill says nothing.
+    std::fill_n(securityDescriptor.data(), needed, static_cast<unsigned char>(0));
     if (!GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, securityDescriptor.data(),
                           needed, &needed))
         throwFailureOf(L"GetFileSecurity");
 
-    if (securityDescriptor.size() < sizeof(SECURITY_DESCRIPTOR_RELATIVE))
+    if (!hasItsHeader(securityDescriptor))
         throwFailureOf(L"GetFileSecurity", ERROR_INVALID_SECURITY_DESCR);
     if (!GetSecurityDescriptorDacl(securityDescriptor.data(), &daclPresent, &dacl, &daclDefaulted))
         throwFailureOf(L"GetSecurityDescriptorDacl");
     if (!daclPresent || !dacl)
         throw korv::makeEvent<CertStoreUpdaterError_InvalidConfiguration>(
             sourceFile, {{L"error", L"GetSecurityDescriptorDacl not found"}});
-    if (!contains(securityDescriptor, dacl))
+    if (!containsItsList(securityDescriptor))
         throwFailureOf(L"GetSecurityDescriptorDacl", ERROR_INVALID_SECURITY_DESCR);
 }
 

@@ -223,6 +223,14 @@ Bytes withListSize(Bytes descriptor, WORD size) {
     return descriptor;
 }
 
+/// The same bytes, said to be those of an absolute descriptor.
+Bytes asAbsolute(Bytes descriptor) {
+    constexpr SECURITY_DESCRIPTOR_CONTROL control = SE_DACL_PRESENT;
+    std::memcpy(descriptor.data() + offsetof(SECURITY_DESCRIPTOR_RELATIVE, Control), &control,
+                sizeof control);
+    return descriptor;
+}
+
 /// A list of two entries whose second ends before its length.
 Bytes listEndingInAHeader() {
     Bytes list = descriptors::acl(ACL_REVISION, {everyoneMayRead}, 8 + everyoneMayRead.size() + 2);
@@ -263,7 +271,11 @@ INSTANTIATE_TEST_SUITE_P(
                         withDaclOffset(listOf({everyoneMayRead}), 44),
                         {L"GetSecurityDescriptorDacl"}},
         WrongDescriptor{
-            "DescriptorShorterThanItsHeader", Bytes{1, 0, 4, 0x80}, {L"GetFileSecurity"}}),
+            "DescriptorShorterThanItsHeader", Bytes{1, 0, 4, 0x80}, {L"GetFileSecurity"}},
+        WrongDescriptor{"DescriptorWithoutFlags", Bytes{1, 0}, {L"GetFileSecurity"}},
+        WrongDescriptor{"AbsoluteDescriptorShorterThanItsHeader",
+                        asAbsolute(listOf({})),
+                        {L"GetFileSecurity"}}),
     [](const auto& row) { return row.param.what; });
 
 TEST_P(WrongList, IsReportedAndNotWritten) {
@@ -302,6 +314,103 @@ TEST_F(UnusualList, MayShrinkBetweenTheTwoReads) {
     });
     EXPECT_EQ(addPermissions(), nothing);
     EXPECT_EQ(written(), (std::vector<Bytes>{newEntry, everyoneMayRead}));
+}
+
+/// A file whose list Windows, or what stands in for it, keeps outside of the file's descriptor.
+class ListElsewhere : public UnusualList {
+protected:
+    ListElsewhere() { setEntries({everyoneMayRead}); }
+
+    PACL list() { return reinterpret_cast<PACL>(elsewhere.data()); }
+
+    const std::vector<Bytes> entries = {
+        entry(ACCESS_DENIED_ACE_TYPE, 3, maskAndSid(7, everyone)),
+        entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(9, everyone) + Bytes(4, 0xAB))};
+    const std::vector<Bytes> grantedEntries = {newEntry, entries[0], entries[1]};
+    Bytes elsewhere = descriptors::acl(ACL_REVISION, entries);
+};
+
+TEST_F(ListElsewhere, IsTheOneThatGetSecurityDescriptorDaclGives) {
+    SecurityHook<decltype(GetSecurityDescriptorDacl)> getDacl("GetSecurityDescriptorDacl");
+    getDacl.replace([&](PSECURITY_DESCRIPTOR, LPBOOL present, PACL* dacl, LPBOOL defaulted) {
+        *present = TRUE;
+        *dacl = list();
+        *defaulted = TRUE;
+        return TRUE;
+    });
+    SecurityHook<decltype(SetSecurityDescriptorDacl)> setDacl("SetSecurityDescriptorDacl");
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_EQ(written(), grantedEntries);
+    EXPECT_TRUE(setDacl.argument<3>(1));
+}
+
+TEST_F(ListElsewhere, MayBelongToADescriptorThatHasNone) {
+    setList({});
+    SecurityHook<decltype(GetSecurityDescriptorDacl)> getDacl("GetSecurityDescriptorDacl");
+    getDacl.onCall(1, [&](PSECURITY_DESCRIPTOR, LPBOOL present, PACL* dacl, LPBOOL) {
+        *present = TRUE;
+        *dacl = list();
+        return TRUE;
+    });
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_EQ(written(), grantedEntries);
+}
+
+TEST_F(ListElsewhere, IsTheOneThatAnAbsoluteDescriptorPointsTo) {
+    SECURITY_DESCRIPTOR absolute{};
+    ASSERT_TRUE(InitializeSecurityDescriptor(&absolute, SECURITY_DESCRIPTOR_REVISION));
+    ASSERT_TRUE(SetSecurityDescriptorDacl(&absolute, TRUE, list(), FALSE));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&absolute);
+    setDescriptor(Bytes(bytes, bytes + sizeof absolute));
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_EQ(written(), grantedEntries);
+}
+
+TEST_F(ListElsewhere, IsNotLookedForInADescriptorThatIsNotFilled) {
+    SecurityHook<decltype(GetFileSecurityW)> getFileSecurity("GetFileSecurityW");
+    getFileSecurity.replace(
+        [](LPCWSTR, SECURITY_INFORMATION, PSECURITY_DESCRIPTOR, DWORD, LPDWORD needed) {
+            *needed = 200;
+            return TRUE;
+        });
+    SecurityHook<decltype(GetSecurityDescriptorDacl)> getDacl("GetSecurityDescriptorDacl");
+    Bytes given;
+    getDacl.onCall(1, [&](PSECURITY_DESCRIPTOR descriptor, LPBOOL present, PACL* dacl, LPBOOL) {
+        const auto* bytes = static_cast<const unsigned char*>(descriptor);
+        given.assign(bytes, bytes + 200);
+        *present = TRUE;
+        *dacl = list();
+        return TRUE;
+    });
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_EQ(given, Bytes(200, 0));
+    EXPECT_EQ(written(), grantedEntries);
+}
+
+TEST_F(ListElsewhere, MayBeThatOfTheEntriesAlone) {
+    setEntries({everyoneMayRead, everyoneMayRead});
+    std::vector<Bytes> copies = entries;
+    SecurityHook<decltype(GetAce)> getAce("GetAce");
+    getAce.replace([&](PACL, DWORD index, LPVOID* ace) {
+        *ace = copies.at(index).data();
+        return TRUE;
+    });
+    EXPECT_EQ(addPermissions(), nothing);
+    // The list has room for the entries that it had.
+    EXPECT_EQ(written(), grantedEntries);
+}
+
+TEST_F(UnusualList, CountsAnEntryElsewhereThatNamesThePackages) {
+    setEntries({everyoneMayRead});
+    Bytes names = entry(ACCESS_DENIED_ACE_TYPE, 0, maskAndSid(1, anyPackage));
+    SecurityHook<decltype(GetAce)> getAce("GetAce");
+    getAce.replace([&](PACL, DWORD, LPVOID* ace) {
+        *ace = names.data();
+        return TRUE;
+    });
+    EXPECT_TRUE(hasPermissions());
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_THAT(security.writes(), IsEmpty());
 }
 
 } // namespace

@@ -149,6 +149,16 @@ void damage(Bytes& descriptor, Dice& dice) {
     }
 }
 
+/// Of an absolute descriptor nobody can tell whether its pointer is right; GetFileSecurityW
+/// promises a self-relative one.
+void makeSelfRelative(Bytes& descriptor) {
+    constexpr std::size_t offset = offsetof(SECURITY_DESCRIPTOR_RELATIVE, Control);
+    if (descriptor.size() >= offset + sizeof(SECURITY_DESCRIPTOR_CONTROL))
+        put<SECURITY_DESCRIPTOR_CONTROL>(descriptor, offset,
+                                         valueIn<SECURITY_DESCRIPTOR_CONTROL>(descriptor, offset) |
+                                             SE_SELF_RELATIVE);
+}
+
 /// A list as a reader sees it that trusts no length.
 struct PlainList {
     std::vector<Bytes> entries; ///< as many as are whole
@@ -333,6 +343,7 @@ TEST_F(RandomList, IsWrittenWholeOrNotAtAll) {
         Bytes damaged = randomDescriptor(dice);
         for (std::size_t times = 1 + dice.roll(3); times != 0; --times)
             damage(damaged, dice);
+        makeSelfRelative(damaged);
         SCOPED_TRACE(descriptors::hex(damaged));
         const Thrown thrown = grant(damaged);
         expectRightAnswer(thrown);
