@@ -25,8 +25,8 @@ UNHARDENED, MODULE = "unhardened.exe", "loadslater.dll"
 RELOCATIONS_STRIPPED = 0x0001
 DLL_CHARACTERISTICS = {"HIGH_ENTROPY_VA": 0x0020, "DYNAMIC_BASE": 0x0040, "NX_COMPAT": 0x0100}
 
-WINDOWS = {"advapi32.dll", "crypt32.dll", "kernel32.dll", "msvcrt.dll", "shell32.dll",
-           "user32.dll", "wintrust.dll"}
+WINDOWS = {"advapi32.dll", "crypt32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll",
+           "shell32.dll", "user32.dll", "wintrust.dll"}
 RUN_TIME = {"libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll"}
 # A build that checks the stack needs one more. It is not for shipping.
 STACK_PROTECTOR = {"libssp-0.dll"}
