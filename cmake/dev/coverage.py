@@ -29,18 +29,13 @@ BATCH = 50
 NO_CODE = re.compile(r"[\s{}();]*")
 
 
-def compiler_of(build):
-    cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
-    return re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.MULTILINE).group(1)
-
-
 def is_for_windows(build):
-    return "mingw" in compiler_of(build)
+    cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    return re.search(r"^CMAKE_TOOLCHAIN_FILE:.*mingw", cache, re.MULTILINE) is not None
 
 
-def gcov_reports(build):
+def gcov_reports(build, tool):
     """What gcov says of each object file of the build, and of each header in it."""
-    tool = "x86_64-w64-mingw32-gcov-posix" if is_for_windows(build) else "gcov"
     counts = sorted(str(file) for file in build.rglob("*.gcda"))
     if not counts:
         sys.exit(f"{build}: no program has run")
@@ -111,15 +106,16 @@ def executed_lines(builds):
     """By file of the project, relative to it, and number: the lines that have code."""
     files = defaultdict(lambda: defaultdict(Line))
     for build in builds:
-        for path, lines in gcov_reports(build):
+        tool = "x86_64-w64-mingw32-gcov-posix" if is_for_windows(build) else "gcov"
+        for path, lines in gcov_reports(build, tool):
             if not path.is_relative_to(PROJECT):
                 continue
             name = path.relative_to(PROJECT).as_posix()
             if name.split("/")[0] not in ROOMS:
                 continue
             for line in lines:
-                # The same function is another one for another system.
-                function = (is_for_windows(build), line.get("function_name"))
+                # Another compiler makes another function.
+                function = tool, line.get("function_name")
                 files[name][line["line_number"]].add(function, line["count"],
                                                      decided(line["branches"]))
     return files
