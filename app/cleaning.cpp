@@ -34,8 +34,10 @@ Json clean(const Options& options, const Interruption& interruption, Output& out
     const Counts after = countListed(store);
 
     const std::size_t removed = before.ours > after.ours ? before.ours - after.ours : 0;
-    output.report(removed == 0 ? L"nothing is left that this program registered"
-                               : L"removed what was registered for " + containers(removed));
+    if (removed != 0)
+        output.report(L"removed what was registered for " + containers(removed));
+    else if (after.ours == 0)
+        output.report(L"nothing is left that this program registered");
     if (after.notOurs != 0)
         output.note(L"entries for " + containers(after.notOurs) +
                     L" stay, because this program did not register them");

@@ -72,6 +72,14 @@ struct RawOptions {
     bool recursive = false;
 };
 
+/// The name of an option that there is none of, without what may be a PIN that clings to it.
+std::string withoutPin(const std::string& argument) {
+    constexpr std::string_view pin = "--pin";
+    if (argument.starts_with("--"))
+        return argument.starts_with(pin) ? std::string(pin) : optionName(argument);
+    return optionName(argument).substr(0, 2);
+}
+
 constexpr wchar_t wrongInterval[] = L"--interval must be from 0.1 to 86400 seconds";
 
 class Parser {
@@ -167,7 +175,9 @@ private:
                         ->group("Store");
         if (kind != Command::list)
             csp->required();
-        command.add_option("--store", raw_.store, "System store of the current user")
+        command
+            .add_option("--store", raw_.store,
+                        "System store of the current user; one that does not exist is made")
             ->type_name("NAME")
             ->capture_default_str()
             ->group("Store");
@@ -294,10 +304,11 @@ private:
         const std::string command = commands.empty() ? "" : context.get_name();
         for (const std::string& argument : app_.remaining(true))
             if (argument.size() > 1 && argument.front() == '-') {
-                const std::string name = optionName(argument);
-                return usage(L"there is no option " + toWide(name) +
-                                 didYouMean(name, optionsOf(context)),
-                             command);
+                const std::wstring meant = didYouMean(optionName(argument), optionsOf(context));
+                return usage(
+                    L"there is no option " +
+                        toWide(meant.empty() ? withoutPin(argument) : optionName(argument)) + meant,
+                    command);
             }
         if (commands.empty()) {
             const std::vector<std::string> typed = app_.remaining(true);

@@ -64,7 +64,10 @@ inline constexpr CommandText commandTexts[] = {
      "certstoreupdate sync --module pkcs11.dll --csp \"My Token CSP\" --ca --pin-env TOKEN_PIN"},
     {Command::watch, "watch", "Follow the token: synchronise when it appears or changes",
      "Goes on until Ctrl-C. The PIN is read once, held as long as this runs, and tried on every\n"
-     "token that appears; if one refuses it, it is wiped and this ends with 5. Any other fault is\n"
+     "token that appears. If a login fails, whatever the token answers, the PIN is wiped and this\n"
+     "ends, with 5 if the PIN was refused and with 10 else; if the token was gone, it goes on. "
+     "Any\n"
+     "other fault is\n"
      "reported and tried again, after one second, then two, then four, and so on up to five\n"
      "minutes, or when the token was taken out and put in again. Ctrl-C ends it in order, and at\n"
      "once if it is pressed again. With --json every event is a line of its own.",
@@ -90,8 +93,11 @@ inline constexpr CommandText commandTexts[] = {
      "certstoreupdate verify setup.msi driver.cab --json"},
     {Command::grant, "grant", "Let sandboxed application packages read files",
      "Lets all application packages (S-1-15-2-1) read each path, unless its permissions name them\n"
-     "already. With --recursive a folder's entries and theirs are granted too: two levels down,\n"
-     "not deeper. What a folder contains later inherits the permission at any depth.",
+     "already, be it to allow or to deny. With --recursive a folder's entries and theirs are "
+     "granted\n"
+     "too: two levels down, not deeper. What a folder contains later inherits the permission at "
+     "any\n"
+     "depth.",
      "certstoreupdate grant C:\\token\\pkcs11.dll\n"
      "certstoreupdate grant C:\\token --recursive"},
 };

@@ -58,19 +58,23 @@ std::string inActiveCodePage(const std::wstring& path) {
     if (fromActiveCodePage(narrow) != path)
         throw Failure(ExitCode::module,
                       L"the path of the module \"" + path +
-                          L"\" has characters outside the system's code page; give it by its short "
-                          L"name (dir /x) or put the module into another folder");
+                          L"\" has characters outside the system's code page; put the module into "
+                          L"a folder whose path has none");
     return narrow;
 }
 
 std::wstring pathWithoutLinks(const std::wstring& path, HANDLE file) {
     std::wstring real = finalPath(file);
-    // A link can lead to a name that means another file in ordinary paths: one with a dot or a
-    // blank at its end.
-    if (real.empty() || fullPath(real) != real)
-        throw Failure(ExitCode::module, L"where the module \"" + path +
-                                            L"\" really lies cannot be told, or has no ordinary "
-                                            L"path; give the path of the file itself");
+    if (real.empty())
+        throw Failure(ExitCode::module,
+                      L"where the module \"" + path + L"\" really lies cannot be told: " +
+                          systemErrorText(GetLastError()) + L"; put it on another disk");
+    // A link can lead to a name by which the loader would open another file: one with a dot or a
+    // blank at its end, or without an extension.
+    if (withExtension(fullPath(real)) != real)
+        throw Failure(ExitCode::module, L"the module \"" + path + L"\" really is \"" + real +
+                                            L"\", a name that means another file to Windows; "
+                                            L"give it one that ends in .dll");
     return real;
 }
 

@@ -5,6 +5,7 @@
 #include "text.h"
 #include "version.h"
 
+#include <iterator>
 #include <utility>
 
 namespace updater {
@@ -92,6 +93,9 @@ void Output::event(const Json& event) const {
 }
 
 ExitCode Output::finish() {
+    // What the command did not come to.
+    for (auto member = document_.begin(); member != document_.end();)
+        member = member->is_null() ? document_.erase(member) : std::next(member);
     document_["exitCode"] = static_cast<int>(code_);
     if (options_.json && !options_.lines)
         writeData({{toWide(document_.dump(2)) + L"\n"}});

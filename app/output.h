@@ -52,7 +52,7 @@ public:
 
     // For programs.
 
-    /// A member of the JSON document, which `finish` writes.
+    /// A member of the JSON document, which `finish` writes; one that stays null is left out.
     Json& member(const char* name) { return document_[name]; }
     /// A line at once; for commands that have no end.
     void event(const Json& event) const;

@@ -8,6 +8,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 namespace updater {
 
@@ -48,8 +50,7 @@ Pin pinOf(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
     // A wrong PIN costs one of few tries, so what cannot be right is not tried.
     if (std::any_of(bytes.data(), bytes.data() + size, isControl))
         throw unusable(L"what came from " + from +
-                       L" has a control character or a second line end in it, so it is no PIN; a "
-                       L"file must be saved as UTF-8 or ANSI text of one line");
+                       L" is no PIN, but has a control character or a second line end in it");
     return Pin(bytes.data(), size);
 }
 
@@ -126,6 +127,16 @@ Pin pinFromUnits(const PinUnits& units, std::size_t size, const std::wstring& fr
     return pinOf(bytes, static_cast<std::size_t>(converted), from);
 }
 
+/// Takes a variable out of the environment of this process, which holds it twice: nothing that is
+/// started later gets it, and no copy of its value stays.
+void wipeVariable(const std::wstring& name, std::size_t size) {
+    // As long as the old value, so that it is written over where it lies.
+    SetEnvironmentVariableW(name.c_str(), std::wstring(size, L' ').c_str());
+    SetEnvironmentVariableW(name.c_str(), nullptr);
+    if (char* const copyOfRuntime = std::getenv(toActiveCodePage(name).c_str()))
+        SecureZeroMemory(copyOfRuntime, std::strlen(copyOfRuntime));
+}
+
 Pin pinFromEnvironment(const std::wstring& name) {
     const std::wstring from = L"the environment variable \"" + name + L"\"";
     PinUnits units;
@@ -136,8 +147,7 @@ Pin pinFromEnvironment(const std::wstring& name) {
         throw unusable(from + L" is not set");
     if (size >= units.capacity())
         throw unusable(L"what came from " + from + L" is too long to be a PIN");
-    // What this process starts, and whatever reads its environment, has no use for it.
-    SetEnvironmentVariableW(name.c_str(), nullptr);
+    wipeVariable(name, size);
     return pinFromUnits(units, size, from);
 }
 
@@ -156,10 +166,15 @@ public:
     /// \throws Failure (usage) if the console cannot be silenced
     explicit WithoutEcho(HANDLE console) {
         quietConsole = console;
-        if (!GetConsoleMode(console, &loudMode) ||
-            !SetConsoleMode(console, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT))
-            throw unusable(L"the console would show the PIN: " + systemErrorText(GetLastError()));
-        SetConsoleCtrlHandler(restoreEcho, TRUE);
+        const bool isKnown = GetConsoleMode(console, &loudMode) != FALSE;
+        // First, so that no Ctrl-C leaves the console silent.
+        if (isKnown)
+            SetConsoleCtrlHandler(restoreEcho, TRUE);
+        if (!isKnown || !SetConsoleMode(console, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT)) {
+            const DWORD error = GetLastError();
+            SetConsoleCtrlHandler(restoreEcho, FALSE);
+            throw unusable(L"the console would show the PIN: " + systemErrorText(error));
+        }
     }
     WithoutEcho(const WithoutEcho&) = delete;
     WithoutEcho& operator=(const WithoutEcho&) = delete;

@@ -142,11 +142,12 @@ void showStatus(const Options& options, Output& output) {
     const ModuleFile module(options.module, options.signing);
     const TokenContents token = readToken(module, options.pin, Reading::allClasses, output);
     CspStore store(options.store, options.csp);
+    const std::vector<Row> rows = rowsOf(token, options.selection, store);
 
     Table table{L"STATE",         L"CONTAINER",    L"CLASS",
                 L"FRIENDLY NAME", L"ON THE TOKEN", L"IN THE STORE"};
     Json& entries = output.member("entries") = Json::array();
-    for (const Row& row : rowsOf(token, options.selection, store)) {
+    for (const Row& row : rows) {
         table.add(cellsOf(row, *token.classes));
         entries.push_back(toJson(row, token));
     }

@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds betweenLooks{100};
 Failure notLocked(const std::wstring& store, const std::wstring& reason) {
     return {ExitCode::store, L"the store \"" + store +
                                  L"\" cannot be reserved for this run, and is unchanged: " +
-                                 reason};
+                                 reason + L"; see that you may write there"};
 }
 
 /// With a backslash at the end.
@@ -78,9 +78,11 @@ StoreLock::StoreLock(const std::wstring& store, const Interruption& interruption
     file_ = tryToLock(file, store);
     if (file_)
         return;
-    output.note(L"waiting for another run of this program that changes the store \"" + store +
-                L"\"");
-    while (!file_) {
+    // A program that looks through all files may have had it open for a moment.
+    for (int look = 1; !file_; ++look) {
+        if (look == 2)
+            output.note(L"waiting for another run of this program that changes the store \"" +
+                        store + L"\"");
         if (interruption.waitFor(betweenLooks))
             throw Failure(ExitCode::incomplete, L"interrupted while another run changed the store "
                                                 L"\"" +

@@ -9,6 +9,9 @@
 #include "synchronise.h"
 #include "text.h"
 
+#include <algorithm>
+#include <iterator>
+#include <map>
 #include <optional>
 #include <vector>
 

@@ -72,6 +72,8 @@ public:
                 recover(failure);
             }
         }
+        if (mustClean_)
+            output_.warn(L"what is registered for the CSP was not removed; run clean");
         tell("stopped", L"stopped");
     }
 
@@ -90,6 +92,8 @@ private:
             if (!isNoTokenPresent(failure))
                 throw;
             wasLoaded_ = true;
+            if (!mustClean_)
+                backoff_.reset();
             return false;
         }
         return true;

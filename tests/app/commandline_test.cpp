@@ -87,10 +87,14 @@ TEST(CommandLine, RefusesAPinAndDoesNotRepeatIt) {
                 AllOf(HasSubstr("no option --pin"), Not(HasSubstr("8241"))));
     EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "8241"}),
                 Not(HasSubstr("8241")));
-    for (const char* const typed :
-         {"-p8241", "--pin:8241", "--pin8241", "--pin-stdin=8241", "--allow-unsigned-module=8241"})
+    for (const char* const typed : {"-p8241", "--pin:8241", "--pin8241", "--pin-stdin=8241",
+                                    "--allow-unsigned-module=8241", "-8241", "--8241"})
         EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
-                    AllOf(HasSubstr(typed[1] == '-' ? "--" : "-p"), Not(HasSubstr("8241"))))
+                    AllOf(HasSubstr("-"), Not(HasSubstr("824"))))
+            << typed;
+    for (const char* const typed : {"-psecret", "--pinsecret", "--pin=secret"})
+        EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
+                    AllOf(HasSubstr("there is no option -"), Not(HasSubstr("secret"))))
             << typed;
 }
 

@@ -373,9 +373,12 @@ TEST_F(Sync, DoesNotTakeARecordWithoutASecondLineForItsOwn) {
     StoreEntry empty = bare(numbered(2));
     empty.korvaneCspRef = Bytes{};
     store.add(oneLine);
+    store.add(empty);
     certificateWithKey(numbered(1), "01");
-    EXPECT_THAT(run(L"sync"), EndsWithCode(11, HasSubstr("left alone")));
-    EXPECT_THAT(store.entries(), ElementsAre(oneLine));
+    certificateWithKey(numbered(2), "02");
+    EXPECT_THAT(run(L"sync"), EndsWithCode(11, AllOf(HasSubstr("(CKAIDHEX:01) is in the store"),
+                                                     HasSubstr("(CKAIDHEX:02) is in the store"))));
+    EXPECT_THAT(store.entries(), UnorderedElementsAre(oneLine, empty));
 }
 
 class Csps : public UpdaterTest {};

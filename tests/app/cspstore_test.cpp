@@ -2,6 +2,8 @@
 // CryptoAPI fails or the user declines.
 #include "cspstore.h"
 
+#include "cleaning.h"
+
 #include "memoryregistry.h"
 #include "synchronise.h"
 
@@ -116,6 +118,27 @@ TEST_F(WindowsStore, TellsThatTheUserDeclinedAnAddition) {
     CryptoHook<decltype(CertAddEncodedCertificateToStore)> add("CertAddEncodedCertificateToStore");
     add.fail(1, FALSE, ERROR_CANCELLED);
     EXPECT_THAT(synchronised(), ElementsAre(Kind::addRefused));
+}
+
+TEST_F(WindowsStore, SaysThatCleaningLeftWhatTheUserDeclined) {
+    wanted[L"A"] = wantedOf(numbered(1));
+    ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
+    CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
+    remove.replace([](const CERT_CONTEXT* certificate) {
+        CertFreeCertificateContext(certificate);
+        SetLastError(ERROR_CANCELLED);
+        return FALSE;
+    });
+    Options options;
+    options.csp = csp;
+    options.store = store.name();
+    Output output("clean", {});
+    testing::internal::CaptureStdout();
+    const Json result = clean(options, Interruption(), output);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "nothing was removed";
+    EXPECT_EQ(output.code(), ExitCode::incomplete);
+    EXPECT_EQ(result.at("keptContainers"), 1);
+    EXPECT_EQ(result.at("removedContainers"), 0);
 }
 
 TEST_F(WindowsStore, TellsThatTheUserDeclinedARemoval) {

@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace updater {
 namespace {
 
@@ -138,6 +140,18 @@ TEST_F(JsonOutput, HasAFailureWithAllThatLedToIt) {
     EXPECT_EQ(event.at("cause").at("name"), "ModuleNotLoaded");
     EXPECT_THAT(event.at("file").get<std::string>(), HasSubstr("pkcs11\\src\\"));
     EXPECT_FALSE(document.contains("sync"));
+}
+
+TEST_F(JsonOutput, LeavesOutWhatTheCommandDidNotComeTo) {
+    certificateWithKey(numbered(1), "01");
+    const std::wstring impossible(300, L'x');
+    for (const wchar_t* const command : {L"status", L"sync", L"list", L"clean"}) {
+        std::vector<std::wstring> arguments = commandLine(command, {L"--json"});
+        std::replace(arguments.begin(), arguments.end(), store.name(), impossible);
+        const json document = documentOf(arguments, 7);
+        for (const char* const member : {"entries", "sync", "clean"})
+            EXPECT_FALSE(document.contains(member)) << member;
+    }
 }
 
 TEST_F(JsonOutput, HasWarnings) {

@@ -46,9 +46,6 @@ protected:
             wanted_.push_back(entryOf(number));
         }
     }
-    std::vector<StoreEntry> seenByOthers() const {
-        return testsupport::readStoreInOtherProcess(store.name());
-    }
     void expectStoreToBeInStep() const {
         EXPECT_THAT(seenByOthers(), UnorderedElementsAreArray(wanted_));
     }

@@ -1,4 +1,5 @@
 // Signatures: of files that are asked about, and of the module before it is loaded.
+#include "runningonwine.h"
 #include "signedfiles.h"
 #include "updatertest.h"
 
@@ -59,6 +60,22 @@ TEST_F(SignedModule, IsTheFileThatTheLoaderWouldOpen) {
     std::filesystem::remove(copy);
     std::filesystem::copy_file(signedFile(L"signed.dll"), copy);
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(0, IsEmpty()));
+}
+
+TEST_F(SignedModule, IsNotLoadedThroughALinkToWhatTheLoaderWouldNotOpen) {
+    const auto target = folder.path() / "module";
+    std::filesystem::copy_file(module, target);
+    std::filesystem::copy_file(programFolder() + L"faketoken.dll", folder.path() / "module.dll");
+    module = (folder.path() / "link.dll").wstring();
+    // Wine cannot make links, but follows those of the Unix side.
+    if (testsupport::runningOnWine())
+        module = signedFile(L"link.dll");
+    else if (!CreateSymbolicLinkW(module.c_str(), target.c_str(),
+                                  SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE))
+        GTEST_SKIP() << "this user may not make links";
+    EXPECT_THAT(syncWithoutPermission(),
+                EndsWithCode(3, HasSubstr("a name that means another file to Windows")));
+    EXPECT_EQ(calls(), "");
 }
 
 TEST_F(SignedModule, IsNotLoadedWhileSomebodyCanChangeIt) {

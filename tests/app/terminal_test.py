@@ -252,7 +252,7 @@ class Progress(TerminalTest):
 
 
 class StandardOutput(TerminalTest):
-    def test_that_takes_nothing_ends_every_command_with_1(self):
+    def test_that_takes_nothing_ends_a_command_with_1(self):
         self.put_certificate("01", "Signature", "/CN=Somebody")
         for command in ["status", "sync", "watch"]:
             with self.subTest(command), self.updater(

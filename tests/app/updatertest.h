@@ -135,6 +135,10 @@ protected:
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
+    std::vector<StoreEntry> seenByOthers() const {
+        return testsupport::readStoreInOtherProcess(store.name());
+    }
+
     testsupport::InstalledCsp installedCsp{testCsp};
     testsupport::TestStore store;
     testsupport::TestFolder folder;

@@ -103,6 +103,11 @@ sign stranger strangers
 sign expired expired
 sign misused misused
 tamper
+# A link to a file without an extension, and beside it the file that a loader opens by that name.
+mkdir "$folder/linked"
+cp "$folder/signed.dll" "$folder/linked/module"
+cp "$module" "$folder/linked/module.dll"
+ln -s linked/module "$folder/link.dll"
 openssl x509 -in "$keys/authority.pem" -outform DER -out "$folder/authority.der"
 printf 'This is no program.\n' >"$folder/text.exe"
 : >"$folder/empty.exe"
