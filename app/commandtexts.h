@@ -64,13 +64,12 @@ inline constexpr CommandText commandTexts[] = {
      "certstoreupdate sync --module pkcs11.dll --csp \"My Token CSP\" --ca --pin-env TOKEN_PIN"},
     {Command::watch, "watch", "Follow the token: synchronise when it appears or changes",
      "Goes on until Ctrl-C. The PIN is read once, held as long as this runs, and tried on every\n"
-     "token that appears. If a login fails, whatever the token answers, the PIN is wiped and this\n"
-     "ends, with 5 if the PIN was refused and with 10 else; if the token was gone, it goes on. "
-     "Any\n"
-     "other fault is\n"
-     "reported and tried again, after one second, then two, then four, and so on up to five\n"
-     "minutes, or when the token was taken out and put in again. Ctrl-C ends it in order, and at\n"
-     "once if it is pressed again. With --json every event is a line of its own.",
+     "token that appears. If a login fails, whatever the token answers, the PIN is wiped and\n"
+     "this ends, with 5 if the PIN was refused and with 10 else; if the token was gone, it goes\n"
+     "on. Any other fault is reported and tried again, after one second, then two, then four,\n"
+     "and so on up to five minutes, or when the token was taken out and put in again. Ctrl-C\n"
+     "ends it in order, and at once if it is pressed again. With --json every event is a line\n"
+     "of its own.",
      "certstoreupdate watch --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate watch --module pkcs11.dll --csp \"My Token CSP\" --clean --interval 10"},
     {Command::list, "list", "List what is registered for a CSP, or for every installed CSP",
