@@ -3,6 +3,8 @@
 
 #include "simpletypes.h"
 
+#include <algorithm>
+
 namespace asn1 {
 
 namespace {
@@ -22,17 +24,24 @@ bool isBitString(Contents contents) noexcept {
     return !contents.empty() && contents[0] <= (contents.size() == 1 ? 0 : 7);
 }
 
-/// X.690 8.19.2: no arc begins with an octet of 80, and the last one ends.
-bool isObjectIdentifier(Contents contents) noexcept {
-    if (contents.empty() || contents.size() > ObjectIdentifier::maxContents)
-        return false;
+bool noArcBeginsWithZeroBits(Contents contents) noexcept {
     bool atArcBegin = true;
     for (const unsigned char octet : contents) {
         if (atArcBegin && octet == 0x80)
             return false;
         atArcBegin = (octet & 0x80) == 0;
     }
-    return atArcBegin;
+    return true;
+}
+
+/// X.690 8.19.2: no arc begins with an octet of 80, and the last one ends.
+bool isObjectIdentifier(Contents contents) noexcept {
+    if (contents.empty() || contents.size() > ObjectIdentifier::maxContents)
+        return false;
+    if ((contents[contents.size() - 1] & 0x80) != 0)
+        return false;
+    // Hardly any identifier has such an octet, so hardly any needs the look at its arcs.
+    return std::ranges::find(contents, 0x80) == contents.end() || noArcBeginsWithZeroBits(contents);
 }
 
 bool isDigit(unsigned char character) noexcept {

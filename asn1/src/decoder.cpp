@@ -11,7 +11,9 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 namespace asn1 {
 
@@ -104,11 +106,34 @@ void appendExpectedIdentifiers(const Type& type, unsigned char expected, Buffer<
         appendExpectedIdentifiers(*alternative.type, identifierOf(alternative), text);
 }
 
-template <class Output>
+constexpr std::uint64_t bitOf(TypeClass typeClass) noexcept {
+    return std::uint64_t{1} << static_cast<unsigned>(typeClass);
+}
+constexpr std::uint64_t bitsOf(std::initializer_list<TypeClass> classes) noexcept {
+    std::uint64_t bits = 0;
+    for (const TypeClass typeClass : classes)
+        bits |= bitOf(typeClass);
+    return bits;
+}
+constexpr std::uint64_t classesWithTag =
+    bitsOf({TypeClass::boolean, TypeClass::integer, TypeClass::bitString, TypeClass::octetString,
+            TypeClass::objectIdentifier, TypeClass::characterString, TypeClass::twoByteString,
+            TypeClass::fourByteString, TypeClass::utcTime, TypeClass::generalizedTime,
+            TypeClass::sequence, TypeClass::sequenceOf, TypeClass::setOf});
+
+/// Whether values of the type begin with a tag of its own.
+constexpr bool hasTag(const Type& type) noexcept {
+    const auto number = static_cast<unsigned>(type.typeClass);
+    return number < 64 && (classesWithTag >> number & 1) != 0;
+}
+
+// A certificate has some sixty elements, and each comes through `decodeValue`: that is where the
+// time goes. So there the usual element is parsed in place, the rules are a constant, and what is
+// rare is left to functions of its own.
+template <Rules rules, class Output>
 class Decoder {
 public:
-    Decoder(Range input, Rules rules, Output& output)
-        : input_(input), rules_(rules), output_(output) {}
+    Decoder(Range input, Output& output) : input_(input), output_(output) {}
 
     /// Reads the value at the beginning of the input; returns how many bytes it takes.
     std::size_t decode(const Type& type) {
@@ -125,31 +150,38 @@ private:
     /// Reads a value whose tag is `identifier`; returns the position behind it.
     Position decodeValue(const Type& type, unsigned char identifier, Position position,
                          Position end) {
+        if (!hasTag(type))
+            return decodeUntagged(type, position, end);
+        // The tag comes first: of an element that is another one the length is of no interest.
+        if (position != end && tag::masked(*position) != tag::masked(identifier))
+            throwWrongTag(type, identifier, position);
+        Element element;
+        if (!parseShortElement(position, end, element))
+            element = parseOther(position, end);
+        noteForm(element, identifier);
+        if (type.typeClass == TypeClass::sequence)
+            decodeMembers(type, identifier, element);
+        else if (type.element)
+            decodeItems(*type.element, identifier, element);
+        else
+            checkContents(type, identifier, element);
+        return element.end;
+    }
+
+    Position decodeUntagged(const Type& type, Position position, Position end) {
         switch (type.typeClass) {
         case TypeClass::choice:
             return decodeChoice(type, position, end);
-        case TypeClass::openType:
-            return decodeOpenType(position, end);
+        case TypeClass::openType: {
+            const Element element = parse(position, end);
+            output_.openElement(element);
+            return element.end;
+        }
         case TypeClass::kept:
             return decodeValue(*type.element, type.element->identifier, position, end);
-        case TypeClass::sequence:
-            return decodeSequence(type, identifier, position, end);
-        case TypeClass::sequenceOf:
-        case TypeClass::setOf:
-            return decodeList(type, identifier, position, end);
-        case TypeClass::boolean:
-        case TypeClass::integer:
-        case TypeClass::bitString:
-        case TypeClass::octetString:
-        case TypeClass::objectIdentifier:
-        case TypeClass::characterString:
-        case TypeClass::twoByteString:
-        case TypeClass::fourByteString:
-        case TypeClass::utcTime:
-        case TypeClass::generalizedTime:
-            return decodePrimitive(type, identifier, position, end);
+        default:
+            throw unknownClass(sourceFile, type);
         }
-        throw unknownClass(sourceFile, type);
     }
 
     Position decodeChoice(const Type& type, Position position, Position end) {
@@ -161,34 +193,33 @@ private:
         throwWrongTag(type, tag::none, position);
     }
 
-    Position decodeOpenType(Position position, Position end) {
-        const Element element = parse(position, end);
-        output_.openElement(element);
-        return element.end;
-    }
-
-    Position decodeSequence(const Type& type, unsigned char identifier, Position position,
-                            Position end) {
-        const Element element = open(type, identifier, position, end);
-        enter(identifier, position);
+    void decodeMembers(const Type& type, unsigned char identifier, const Element& element) {
+        enter(identifier, element.begin);
         Position inner = element.contents;
         for (const Member& member : type.members)
             inner = decodeMember(member, inner, element.contentsEnd);
         if (inner != element.contentsEnd)
             throwMismatch(inner);
         leave();
-        return element.end;
     }
 
     Position decodeMember(const Member& member, Position position, Position end) {
-        if (member.presence != Presence::mandatory && !isPresent(member, position, end))
-            return position;
+        if (member.presence == Presence::mandatory)
+            return decodePresent(member, position, end);
+        return isPresent(member, position, end) ? decodeOptional(member, position, end) : position;
+    }
+
+    Position decodePresent(const Member& member, Position position, Position end) {
+        return member.tagging == Tagging::explicitTag
+                   ? decodeExplicit(member, position, end)
+                   : decodeValue(*member.type, identifierOf(member), position, end);
+    }
+
+    Position decodeOptional(const Member& member, Position position, Position end) {
         const auto mark = output_.mark();
-        const Position next = member.tagging == Tagging::explicitTag
-                                  ? decodeExplicit(member, position, end)
-                                  : decodeValue(*member.type, identifierOf(member), position, end);
+        const Position next = decodePresent(member, position, end);
         if (member.presence == Presence::defaulted && lastContentsEqual(member.defaultContents)) {
-            if (rules_ == Rules::der && !encodedDefaultsAccepted())
+            if (rules == Rules::der && !encodedDefaultsAccepted())
                 throw decodeError(L"DefaultValuePresentInDEREncoding", position);
             isDer_ = false;
             output_.rollBack(mark);
@@ -197,7 +228,9 @@ private:
     }
 
     Position decodeExplicit(const Member& member, Position position, Position end) {
-        const Element element = parseTagged(*member.type, member.taggedIdentifier, position, end);
+        if (position != end && tag::masked(*position) != tag::masked(member.taggedIdentifier))
+            throwWrongTag(*member.type, member.taggedIdentifier, position);
+        const Element element = parse(position, end);
         if ((element.identifier() & tag::constructed) == 0)
             throw decodeError(L"ExplicitTagWithoutConstructorBit", position);
         enter(member.taggedIdentifier, position);
@@ -209,43 +242,28 @@ private:
         return element.end;
     }
 
-    Position decodeList(const Type& type, unsigned char identifier, Position position,
-                        Position end) {
-        const Element element = open(type, identifier, position, end);
-        enter(identifier, position);
-        const Type& item = *type.element;
+    void decodeItems(const Type& item, unsigned char identifier, const Element& element) {
+        enter(identifier, element.begin);
         for (Position inner = element.contents; inner != element.contentsEnd;)
             inner = decodeValue(item, item.identifier, inner, element.contentsEnd);
         leave();
-        return element.end;
     }
 
-    Position decodePrimitive(const Type& type, unsigned char identifier, Position position,
-                             Position end) {
-        const Element element = open(type, identifier, position, end);
+    void checkContents(const Type& type, unsigned char identifier, const Element& element) {
         const Range contents = element.contentsRange();
         // Segments of a string would have to be put together; nobody writes any.
-        if (element.contentsEnd != element.end || !contentsFit(type.typeClass, contents, rules_))
-            throwMismatch(position);
-        isDer_ = isDer_ && (rules_ == Rules::der || contentsAreNormal(type.typeClass, contents));
+        if (element.contentsEnd != element.end || !contentsFit(type.typeClass, contents, rules))
+            throwMismatch(element.begin);
+        if (rules == Rules::ber)
+            isDer_ = isDer_ && contentsAreNormal(type.typeClass, contents);
         output_.primitive(identifier, type.typeClass, contents);
         lastContents_ = contents;
-        return element.end;
     }
 
-    /// Parses the element at `position` after making sure of its tag.
-    Element open(const Type& type, unsigned char identifier, Position position, Position end) {
-        const Element element = parseTagged(type, identifier, position, end);
+    void noteForm(const Element& element, unsigned char identifier) noexcept {
         isDer_ = isDer_ && element.identifier() == identifier;
-        return element;
-    }
-
-    /// The tag comes first: of an element that is another one the length is of no interest.
-    Element parseTagged(const Type& type, unsigned char identifier, Position position,
-                        Position end) {
-        if (position != end && tag::masked(*position) != tag::masked(identifier))
-            throwWrongTag(type, identifier, position);
-        return parse(position, end);
+        if (rules == Rules::ber)
+            isDer_ = isDer_ && element.shortestForm;
     }
 
     /// Begins the contents of the constructed element at `position`.
@@ -260,14 +278,19 @@ private:
     }
 
     Element parse(Position position, Position end) {
-        Element element{};
-        const ElementFault fault = parseElement(position, end, rules_, element);
-        if (fault != ElementFault::none) {
-            if (fault == ElementFault::indefinite)
-                throw decodeError(L"UndefinedLengthPresentInDerEncoding", position);
-            throwMismatch(position);
-        }
+        const Element element = parseOther(position, end);
         isDer_ = isDer_ && element.shortestForm;
+        return element;
+    }
+
+    /// Parses an element of any form.
+    Element parseOther(Position position, Position end) const {
+        Element element{};
+        const ElementFault fault = parseElement(position, end, rules, element);
+        if (fault == ElementFault::indefinite)
+            throw decodeError(L"UndefinedLengthPresentInDerEncoding", position);
+        if (fault != ElementFault::none)
+            throwMismatch(position);
         return element;
     }
 
@@ -303,7 +326,6 @@ private:
     }
 
     Range input_;
-    Rules rules_;
     Output& output_;
     Range lastContents_;
     std::size_t depth_ = 0;
@@ -312,9 +334,10 @@ private:
 
 /// The DER encoding of the value of `type` at the beginning of `input`.
 /// \param wholeInput whether the value must be all of the input
-Octets derOf(const Type& type, Range input, Rules rules, bool wholeInput) {
+template <Rules rules>
+Octets derOf(const Type& type, Range input, bool wholeInput) {
     NoOutput noOutput;
-    Decoder<NoOutput> checker(input, rules, noOutput);
+    Decoder<rules, NoOutput> checker(input, noOutput);
     const std::size_t consumed = checker.decode(type);
     if (wholeInput && consumed != input.size())
         throw korv::makeEvent<QuorError_Asn1_Decode>(sourceFile,
@@ -324,13 +347,18 @@ Octets derOf(const Type& type, Range input, Rules rules, bool wholeInput) {
     if (checker.isDer())
         return Octets(Buffer<unsigned char>(input.begin(), consumed));
     DerOutput output;
-    Decoder<DerOutput>(input, rules, output).decode(type);
+    Decoder<rules, DerOutput>(input, output).decode(type);
     return std::move(output).octets();
 }
 
-void decodeInto(Asn1& value, Range input, Rules rules, bool wholeInput) {
-    const Octets der = derOf(value.type(), input, rules, wholeInput);
-    readValue(der, der.range(), value);
+template <Rules rules>
+void decodeInto(Asn1& value, Range input, bool wholeInput) {
+    const Type& type = value.type();
+    Octets der = derOf<rules>(type, input, wholeInput);
+    if (type.typeClass == TypeClass::kept)
+        static_cast<EncodedValue&>(value).assignEncoding(std::move(der));
+    else
+        readValue(der, der.range(), value);
 }
 
 } // namespace
@@ -344,11 +372,11 @@ void acceptEncodedDefaults(bool accept) noexcept {
 }
 
 void der::decode(Range input, Asn1& value) {
-    decodeInto(value, input, Rules::der, true);
+    decodeInto<Rules::der>(value, input, true);
 }
 
 void aux::decodeBer(Range input, Asn1& value, bool wholeInput) {
-    decodeInto(value, input, Rules::ber, wholeInput);
+    decodeInto<Rules::ber>(value, input, wholeInput);
 }
 
 } // namespace asn1

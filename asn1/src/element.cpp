@@ -1,6 +1,7 @@
 // One element of an encoding: identifier, length, contents (X.690 8.1).
 #include "element.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace asn1 {
@@ -94,6 +95,16 @@ const unsigned char* findEndOfContents(const unsigned char* position, const unsi
 
 } // namespace
 
+bool untaggedFits(const Type& type, unsigned char found) noexcept {
+    if (type.typeClass == TypeClass::kept)
+        return identifierFits(*type.element, found);
+    if (type.typeClass != TypeClass::choice)
+        return type.typeClass == TypeClass::openType;
+    return std::ranges::any_of(type.members, [found](const Member& alternative) {
+        return identifierFits(alternative, found);
+    });
+}
+
 ElementFault parseLongElement(const unsigned char* position, const unsigned char* end, Rules rules,
                               Element& element) noexcept {
     // Tag number 0 is kept for end-of-contents octets (X.690 8.1.5).
@@ -122,6 +133,12 @@ ElementFault parseLongElement(const unsigned char* position, const unsigned char
     const unsigned char* contentsEnd = length.contents + length.value;
     element = {position, length.contents, contentsEnd, contentsEnd, length.shortestForm};
     return ElementFault::none;
+}
+
+Element longElementAt(const unsigned char* position, const unsigned char* end) noexcept {
+    Element element{position, end, end, end, true};
+    parseLongElement(position, end, Rules::der, element);
+    return element;
 }
 
 } // namespace asn1

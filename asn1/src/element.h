@@ -32,24 +32,46 @@ struct Element {
 ElementFault parseLongElement(const unsigned char* position, const unsigned char* end, Rules rules,
                               Element& element) noexcept;
 
-inline ElementFault parseElement(const unsigned char* position, const unsigned char* end,
-                                 Rules rules, Element& element) noexcept {
-    // Nine of ten elements of a certificate have one identifier octet and one length octet.
-    if (end - position >= 2 && position[1] < 0x80 && (position[0] & 0x1F) != 0x1F &&
-        tag::masked(position[0]) != 0 && position[1] <= end - position - 2) {
-        const unsigned char* contents = position + 2;
-        const unsigned char* contentsEnd = contents + position[1];
-        element = {position, contents, contentsEnd, contentsEnd, true};
-        return ElementFault::none;
+/// Parses an element with one identifier octet and up to three length octets in their shortest
+/// form, as all of a usual certificate are; false for any other.
+inline bool parseShortElement(const unsigned char* position, const unsigned char* end,
+                              Element& element) noexcept {
+    const std::ptrdiff_t room = end - position;
+    if (room < 2 || (position[0] & 0x1F) == 0x1F || tag::masked(position[0]) == 0)
+        return false;
+    const unsigned char* contents = position + 2;
+    std::ptrdiff_t length = position[1];
+    if (length >= 0x80) {
+        if (length == 0x81 && room >= 3 && position[2] >= 0x80) {
+            length = position[2];
+            contents += 1;
+        } else if (length == 0x82 && room >= 4 && position[2] != 0) {
+            length = position[2] << 8 | position[3];
+            contents += 2;
+        } else
+            return false;
     }
-    return parseLongElement(position, end, rules, element);
+    if (length > end - contents)
+        return false;
+    element = {position, contents, contents + length, contents + length, true};
+    return true;
 }
 
-/// The element at `position` of an encoding that was checked before.
+inline ElementFault parseElement(const unsigned char* position, const unsigned char* end,
+                                 Rules rules, Element& element) noexcept {
+    return parseShortElement(position, end, element)
+               ? ElementFault::none
+               : parseLongElement(position, end, rules, element);
+}
+
+/// `elementAt` of an element that `parseShortElement` does not take.
+Element longElementAt(const unsigned char* position, const unsigned char* end) noexcept;
+
+/// The element at `position` of an encoding that was checked before. Of anything else it is
+/// empty, and does not go beyond `end`.
 inline Element elementAt(const unsigned char* position, const unsigned char* end) noexcept {
-    Element element{position, end, end, end, true};
-    parseElement(position, end, Rules::der, element);
-    return element;
+    Element element;
+    return parseShortElement(position, end, element) ? element : longElementAt(position, end);
 }
 
 /// The identifier octet with which a member begins; `tag::none` for an untagged CHOICE or open
@@ -58,31 +80,21 @@ inline unsigned char identifierOf(const Member& member) noexcept {
     return member.tagging == Tagging::none ? member.type->identifier : member.taggedIdentifier;
 }
 
-inline bool identifierFits(const Member& member, unsigned char found) noexcept;
+/// Whether a CHOICE, an open type or a kept value can begin with this identifier octet.
+bool untaggedFits(const Type& type, unsigned char found) noexcept;
 
-/// Whether an untagged value of the type can begin with this identifier octet. The constructed
-/// bit is not looked at.
+/// Whether a value of the type can begin with this identifier octet. The constructed bit is not
+/// looked at.
 inline bool identifierFits(const Type& type, unsigned char found) noexcept {
-    switch (type.typeClass) {
-    case TypeClass::openType:
-        return true;
-    case TypeClass::choice:
-        for (const Member& alternative : type.members)
-            if (identifierFits(alternative, found))
-                return true;
-        return false;
-    case TypeClass::kept:
-        return identifierFits(*type.element, found);
-    default:
-        return tag::masked(type.identifier) == tag::masked(found);
-    }
+    return type.identifier == tag::none ? untaggedFits(type, found)
+                                        : tag::masked(type.identifier) == tag::masked(found);
 }
 
 /// The same for a member or an alternative, with the tag that it has there.
 inline bool identifierFits(const Member& member, unsigned char found) noexcept {
-    if (member.tagging != Tagging::none)
-        return tag::masked(member.taggedIdentifier) == tag::masked(found);
-    return identifierFits(*member.type, found);
+    return member.tagging == Tagging::none
+               ? identifierFits(*member.type, found)
+               : tag::masked(member.taggedIdentifier) == tag::masked(found);
 }
 
 /// Whether the member, rather than one behind it, stands at `position`.

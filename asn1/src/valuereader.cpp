@@ -18,7 +18,8 @@ void readMembers(const Octets& bytes, Range contents, std::span<const Member> me
                  Asn1& value) {
     const unsigned char* position = contents.begin();
     for (const Member& member : members) {
-        if (!isPresent(member, position, contents.end())) {
+        if (member.presence != Presence::mandatory &&
+            !isPresent(member, position, contents.end())) {
             member.remove(value);
             continue;
         }
@@ -65,11 +66,15 @@ void readValue(const Octets& bytes, Range encoding, Asn1& value) {
 
 std::optional<Range> findMember(std::span<const Member> members, Range contents,
                                 std::size_t index) noexcept {
+    // A mandatory member is there: it need not be looked at, only passed.
+    const auto stands = [end = contents.end()](const Member& member, const unsigned char* at) {
+        return member.presence == Presence::mandatory || isPresent(member, at, end);
+    };
     const unsigned char* position = contents.begin();
     for (const Member& earlier : members.first(index))
-        if (isPresent(earlier, position, contents.end()))
+        if (stands(earlier, position))
             position = elementAt(position, contents.end()).end;
-    if (!isPresent(members[index], position, contents.end()))
+    if (!stands(members[index], position))
         return std::nullopt;
     return withoutExplicitTag(members[index], elementAt(position, contents.end()));
 }
