@@ -211,7 +211,8 @@ private:
     /// A member of that part, by its position; without a value if it is absent.
     template <class Value>
     Value toBeSignedMember(std::size_t index) const;
-    std::optional<Extension> findExtension(const ObjectIdentifier& extnId) const;
+    /// The octets of the value of the first extension with this identifier.
+    std::optional<BufferRange<unsigned char>> findExtension(const ObjectIdentifier& extnId) const;
 };
 
 } // namespace asn1

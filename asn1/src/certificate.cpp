@@ -248,11 +248,32 @@ Extensions Certificate::extensions() const {
     return toBeSignedMember<Extensions>(indexOf(toBeSignedMembers, "extensions"));
 }
 
-std::optional<Extension> Certificate::findExtension(const ObjectIdentifier& extnId) const {
-    const Extensions all = extensions();
-    for (Extension extension : all)
-        if (extension.extnId.cmp(extnId, Amatch::exact) == 0)
-            return extension;
+namespace {
+
+/// Most identifiers that stand beside each other differ in their last octet only.
+bool areSame(Range a, Range b) noexcept {
+    return a.size() == b.size() && !a.empty() && a.end()[-1] == b.end()[-1] &&
+           std::equal(a.begin(), a.end() - 1, b.begin());
+}
+
+} // namespace
+
+// Walks over the encodings: an object for every extension would cost more than the question.
+std::optional<Range> Certificate::findExtension(const ObjectIdentifier& extnId) const {
+    const auto all = findMember(toBeSignedMembers, contentsOf(toBeSignedEncoding()),
+                                indexOf(toBeSignedMembers, "extensions"));
+    if (!all)
+        return std::nullopt;
+    const Range wanted = extnId.contents();
+    const Range list = contentsOf(*all);
+    for (const unsigned char* position = list.begin(); position != list.end();) {
+        const Element extension = elementAt(position, list.end());
+        const Element identifier = elementAt(extension.contents, extension.contentsEnd);
+        if (areSame(identifier.contentsRange(), wanted))
+            return contentsOf(*findMember(extensionMembers, extension.contentsRange(),
+                                          indexOf(extensionMembers, "extnValue")));
+        position = extension.end;
+    }
     return std::nullopt;
 }
 
@@ -261,29 +282,37 @@ bool Certificate::hasExtension(const ObjectIdentifier& extnId) const {
 }
 
 void Certificate::extensionValue(const ObjectIdentifier& extnId, Asn1& value) const {
-    const std::optional<Extension> extension = findExtension(extnId);
-    if (!extension)
+    const std::optional<Range> octets = findExtension(extnId);
+    if (!octets)
         throw korv::makeEvent<QuorError_Asn1_ObjectMissing>(
             sourceFile, {{L"EXTENSION", Buffer<wchar_t>(extnId.text())}});
-    extension->extnValue.read(value);
+    aux::decodeBer(*octets, value, false);
 }
 
-bool Certificate::checkUsage(unsigned bit) const {
-    const std::optional<Extension> extension = findExtension(id_ce_keyUsage);
-    if (!extension)
-        return true;
+namespace {
+
+/// \param octets of the extension's value
+bool asserts(Range octets, unsigned bit) {
     KeyUsage usage;
-    extension->extnValue.read(usage);
+    aux::decodeBer(octets, usage, false);
     return usage.bit(bit);
 }
 
+} // namespace
+
+bool Certificate::checkUsage(unsigned bit) const {
+    const std::optional<Range> usage = findExtension(id_ce_keyUsage);
+    return !usage || asserts(*usage, bit);
+}
+
 bool Certificate::isAuthority() const {
-    if (hasExtension(id_ce_keyUsage))
-        return checkUsage(keyCertSign);
-    if (!hasExtension(id_ce_basicConstraints))
+    if (const std::optional<Range> usage = findExtension(id_ce_keyUsage))
+        return asserts(*usage, keyCertSign);
+    const std::optional<Range> octets = findExtension(id_ce_basicConstraints);
+    if (!octets)
         return false;
     BasicConstraintsSyntax constraints;
-    extensionValue(id_ce_basicConstraints, constraints);
+    aux::decodeBer(*octets, constraints, false);
     return constraints.isAuthority();
 }
 
