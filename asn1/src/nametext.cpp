@@ -8,20 +8,59 @@
 #include "unset.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory_resource>
 #include <string_view>
+#include <utility>
 
 namespace asn1 {
 
 namespace {
+
+using namespace std::string_view_literals;
 
 constexpr wchar_t sourceFile[] = L"asn1\\src\\nametext.cpp";
 
 using Range = BufferRange<unsigned char>;
 using Text = TmpBuffer<wchar_t>;
 
-void append(Text& text, std::wstring_view more) {
-    text.append(more.data(), more.size());
-}
+/// Text that grows: room is asked for before it is filled, so that what writes many characters
+/// asks once.
+class Writer {
+public:
+    /// \param expected about how many characters there will be
+    explicit Writer(std::size_t expected) : text_(expected) {}
+
+    /// Room for `count` characters behind those already written.
+    wchar_t* room(std::size_t count) {
+        if (text_.size() - size_ < count)
+            text_.resize(size_ + count);
+        return text_.data() + size_;
+    }
+    /// Keeps what was written into the room before `end`.
+    void writtenUpTo(const wchar_t* end) noexcept {
+        size_ = static_cast<std::size_t>(end - text_.data());
+    }
+
+    void append(BufferRange<wchar_t> more) {
+        writtenUpTo(std::copy(more.begin(), more.end(), room(more.size())));
+    }
+    void append(std::wstring_view more) { append(BufferRange<wchar_t>{more.data(), more.size()}); }
+    void append(wchar_t character) {
+        *room(1) = character;
+        ++size_;
+    }
+
+    Text take() && {
+        text_.resize(size_);
+        return std::move(text_);
+    }
+
+private:
+    Text text_;
+    std::size_t size_ = 0;
+};
 
 bool isCharacterSet(unsigned char identifier) {
     switch (static_cast<CharacterSet>(identifier)) {
@@ -58,9 +97,14 @@ std::size_t octetsEach(CharacterSet set) {
         sourceFile, wrongTag, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}}, line);
 }
 
-/// The text of any character string, whichever one the type of attribute asks for: certificates
-/// of all ages are to be shown, not judged.
-Text characterStringText(Range encoding) {
+struct CharacterContents {
+    CharacterSet set;
+    Range contents;
+};
+
+/// Takes any character string, whichever one the type of attribute asks for: certificates of all
+/// ages are to be shown, not judged.
+CharacterContents characterContents(Range encoding) {
     const Element element = elementAt(encoding.begin(), encoding.end());
     const unsigned char identifier = tag::masked(element.identifier());
     const auto set = static_cast<CharacterSet>(identifier);
@@ -70,37 +114,55 @@ Text characterStringText(Range encoding) {
     if (contents.size() % octetsEach(set) != 0)
         throw korv::makeEvent<QuorError_Asn1_Decode>(
             sourceFile, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}});
-    return characterText(set, contents);
+    return {set, contents};
 }
 
-constexpr bool isSpecial(wchar_t character) noexcept {
-    switch (character) {
-    case L',':
-    case L'+':
-    case L'=':
-    case L'"':
-    case L'\n':
-    case L'<':
-    case L'>':
-    case L'#':
-    case L';':
-    case L'\\':
-        return true;
-    default:
-        return false;
-    }
+Text characterStringText(Range encoding) {
+    const CharacterContents string = characterContents(encoding);
+    return characterText(string.set, string.contents);
 }
 
-void appendEscaped(Text& text, const Text& value) {
-    const auto specials = static_cast<std::size_t>(std::ranges::count_if(value, isSpecial));
-    const std::size_t oldSize = text.size();
-    text.resize(oldSize + value.size() + specials);
-    wchar_t* out = text.data() + oldSize;
+constexpr auto isSpecial = [] {
+    std::array<bool, 256> table{};
+    for (const char character : std::string_view(",+=\"\n<>#;\\"))
+        table[static_cast<unsigned char>(character)] = true;
+    return table;
+}();
+
+void appendEscaped(Writer& text, const Text& value) {
+    wchar_t* out = text.room(2 * value.size());
     for (const wchar_t character : value) {
-        if (isSpecial(character))
+        const auto index = static_cast<std::size_t>(character);
+        if (index < isSpecial.size() && isSpecial[index])
             *out++ = L'\\';
         *out++ = character;
     }
+    text.writtenUpTo(out);
+}
+
+/// Writes contents each octet of which is a character, as those of nine in ten values are. Leaves
+/// the text as it was if an octet is none.
+bool appendOctetText(Writer& text, const CharacterContents& string) {
+    if (octetsEach(string.set) != 1)
+        return false;
+    wchar_t* out = text.room(2 * string.contents.size());
+    unsigned bits = 0;
+    for (const unsigned char octet : string.contents) {
+        bits |= octet;
+        if (isSpecial[octet])
+            *out++ = L'\\';
+        *out++ = static_cast<wchar_t>(octet);
+    }
+    if (string.set == CharacterSet::utf8 && bits > 0x7F)
+        return false;
+    text.writtenUpTo(out);
+    return true;
+}
+
+void appendCharacterString(Writer& text, Range encoding) {
+    const CharacterContents string = characterContents(encoding);
+    if (!appendOctetText(text, string))
+        appendEscaped(text, characterText(string.set, string.contents));
 }
 
 ObjectIdentifier objectIdentifier(Range contents) {
@@ -112,16 +174,50 @@ ObjectIdentifier objectIdentifier(Range contents) {
 // What follows walks over the encodings of lists and attributes, which were checked when they
 // came into their values: objects for every part would cost more than the text.
 
+using DefinedTypes = DN_ATTRIBUTE::DefinedTypes;
+
+/// A table of attribute types that is asked for every attribute of a name. Nearly all are of
+/// X.520, 2.5.4.n, and found by their n.
+class KnownTypes {
+public:
+    explicit KnownTypes(const DefinedTypes& types) : types_(types) {
+        for (const auto& [type, attribute] : types)
+            if (isX520(type.contents()))
+                x520_[type.contents()[2]] = &attribute;
+    }
+
+    /// Null if the table does not have the type.
+    const DN_ATTRIBUTE* find(Range type) const {
+        if (isX520(type))
+            return x520_[type[2]];
+        const auto entry = types_.find(type);
+        return entry == types_.end() ? nullptr : &entry->second;
+    }
+
+private:
+    static constexpr std::size_t x520Count = 128;
+    static bool isX520(Range type) noexcept {
+        return type.size() == 3 && type[0] == 0x55 && type[1] == 0x04 && type[2] < x520Count;
+    }
+
+    const DefinedTypes& types_;
+    std::array<const DN_ATTRIBUTE*, x520Count> x520_{};
+};
+
+const KnownTypes& knownTypes() {
+    static const KnownTypes known(DN_ATTRIBUTE::definedTypes());
+    return known;
+}
+
 /// \param encoding of the AttributeTypeAndValue
-void appendAttribute(Text& text, Range encoding, const DN_ATTRIBUTE::DefinedTypes& definedTypes) {
+void appendAttribute(Writer& text, Range encoding, const KnownTypes& types) {
     const Range members = elementAt(encoding.begin(), encoding.end()).contentsRange();
     const Element attributeType = elementAt(members.begin(), members.end());
     const Range value{attributeType.end, members.end()};
 
-    const auto entry = definedTypes.find(attributeType.contentsRange());
-    const DN_ATTRIBUTE* defined = entry == definedTypes.end() ? nullptr : &entry->second;
+    const DN_ATTRIBUTE* defined = types.find(attributeType.contentsRange());
     if (!defined || defined->names.empty()) {
-        append(text, L"OID.");
+        text.append(L"OID."sv);
         text.append(objectIdentifier(attributeType.contentsRange()).text());
     } else
         text.append(defined->writtenName());
@@ -129,14 +225,16 @@ void appendAttribute(Text& text, Range encoding, const DN_ATTRIBUTE::DefinedType
     if (!defined || defined->hasNoStringForm || !defined->convert) {
         text.append(L'#');
         text.append(buffer::hexEncode(value));
-    } else
+    } else if (defined->convert == &characterStringText)
+        appendCharacterString(text, value);
+    else
         appendEscaped(text, defined->convert(value));
 }
 
 /// Calls `appendItem` with the encodings of a list's items, the last one first. Lists are read
 /// from the front only, so the items are collected first, except for the usual list of one.
 template <class AppendItem>
-void appendReversed(Text& text, Range list, std::wstring_view separator, AppendItem appendItem) {
+void appendReversed(Writer& text, Range list, std::wstring_view separator, AppendItem appendItem) {
     if (list.empty())
         return;
     const Element first = elementAt(list.begin(), list.end());
@@ -144,23 +242,25 @@ void appendReversed(Text& text, Range list, std::wstring_view separator, AppendI
         appendItem(first.range());
         return;
     }
-    std::vector<Range> items;
-    constexpr std::size_t usually = 8;
+    // Names of more parts than these take memory from the heap.
+    constexpr std::size_t usually = 16;
+    alignas(Range) std::array<std::byte, usually * sizeof(Range)> room;
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    std::pmr::vector<Range> items(&memory);
     items.reserve(usually);
     for (const unsigned char* p = list.begin(); p != list.end(); p = items.back().end())
         items.push_back(elementAt(p, list.end()).range());
     for (auto item = items.rbegin(); item != items.rend(); ++item) {
         if (item != items.rbegin())
-            append(text, separator);
+            text.append(separator);
         appendItem(*item);
     }
 }
 
 /// \param names contents of the RelativeDistinguishedName
-void appendNames(Text& text, Range names) {
-    appendReversed(text, names, L" + ", [&text](Range attribute) {
-        appendAttribute(text, attribute, DN_ATTRIBUTE::definedTypes());
-    });
+void appendNames(Writer& text, Range names, const KnownTypes& types) {
+    appendReversed(text, names, L" + "sv,
+                   [&](Range attribute) { appendAttribute(text, attribute, types); });
 }
 
 DN_ATTRIBUTE named(std::initializer_list<const wchar_t*> names) {
@@ -229,27 +329,30 @@ Text toText(const DirectoryString& string) {
     }
 }
 
-Text toText(const AttributeTypeAndValue& attribute,
-            const DN_ATTRIBUTE::DefinedTypes& definedTypes) {
-    Text text(std::size_t{0});
-    appendAttribute(text, aux::encodeDer(attribute, false), definedTypes);
-    return text;
+// A name's text is hardly ever longer than its encoding, which has a tag, a length and a type for
+// each value where the text has a few characters.
+
+Text toText(const AttributeTypeAndValue& attribute, const DefinedTypes& definedTypes) {
+    const Buffer<unsigned char> encoding = aux::encodeDer(attribute, false);
+    Writer text(encoding.size());
+    appendAttribute(text, encoding, KnownTypes(definedTypes));
+    return std::move(text).take();
 }
 
 Text toText(const RelativeDistinguishedName& names) {
-    Text text(std::size_t{0});
-    appendNames(text, names.contents());
-    return text;
+    Writer text(names.contents().size());
+    appendNames(text, names.contents(), knownTypes());
+    return std::move(text).take();
 }
 
 Text toText(const RDNSequence& names) {
     if (!names.hasValue())
         throw unsetValue(sourceFile, RDNSequence::asn1Type);
-    Text text(std::size_t{0});
-    appendReversed(text, names.contents(), L", ", [&text](Range rdn) {
-        appendNames(text, elementAt(rdn.begin(), rdn.end()).contentsRange());
+    Writer text(names.contents().size());
+    appendReversed(text, names.contents(), L", "sv, [&, &types = knownTypes()](Range rdn) {
+        appendNames(text, elementAt(rdn.begin(), rdn.end()).contentsRange(), types);
     });
-    return text;
+    return std::move(text).take();
 }
 
 } // namespace asn1
