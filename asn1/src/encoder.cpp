@@ -9,6 +9,7 @@
 #include "unset.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <vector>
 
@@ -36,6 +37,25 @@ const char* innermostMissing(const Type& type, const char* name) {
         sourceFile, unsetValue(sourceFile, type, line),
         {{L"FIELD_NAME", wideText(innermostMissing(type, name))}}, line);
 }
+
+/// The lengths of constructed values, in the order in which the first stage meets them. A
+/// certificate has about ten; memory is taken for many more only.
+class Lengths {
+public:
+    std::size_t add() {
+        if (count_ >= first_.size())
+            more_.push_back(0);
+        return count_++;
+    }
+    std::size_t& operator[](std::size_t index) noexcept {
+        return index < first_.size() ? first_[index] : more_[index - first_.size()];
+    }
+
+private:
+    std::array<std::size_t, 32> first_{};
+    std::vector<std::size_t> more_;
+    std::size_t count_ = 0;
+};
 
 class Encoder {
 public:
@@ -100,7 +120,7 @@ private:
     }
 
     std::size_t measureMembers(const Asn1& owner, std::span<const Member> members) {
-        const std::size_t slot = reserveLength();
+        const std::size_t slot = lengths_.add();
         std::size_t size = 0;
         for (const Member& member : members)
             if (const Asn1* value = memberToWrite(member, owner))
@@ -112,14 +132,9 @@ private:
     std::size_t measureMember(const Member& member, const Asn1& value) {
         if (member.tagging != Tagging::explicitTag)
             return measure(value, member.name);
-        const std::size_t slot = reserveLength();
+        const std::size_t slot = lengths_.add();
         lengths_[slot] = measure(value, member.name);
         return elementSize(lengths_[slot]);
-    }
-
-    std::size_t reserveLength() {
-        lengths_.push_back(0);
-        return lengths_.size() - 1;
     }
 
     /// Second stage: meets the constructed values in the order of the first one.
@@ -168,7 +183,7 @@ private:
         out_ += bytes.size();
     }
 
-    std::vector<std::size_t> lengths_;
+    Lengths lengths_;
     std::size_t nextLength_ = 0;
     unsigned char* out_ = nullptr;
 };
