@@ -163,6 +163,11 @@ TEST(OutOfMemory, LeavesTheDecoderWhereItCanGoOn) {
         bytes.insert(bytes.end(), {0xC3, 0xA9, 'x'});
         expected += L"\u00E9x";
     }
+    // Sequences that begin with a continuation byte are not foreseen: these need a second block.
+    for (int i = 0; i != 1000; ++i) {
+        bytes.insert(bytes.end(), {0x81, 0x82});
+        expected += L'\x42';
+    }
     BufferRange<unsigned char> range;
     Buffer<wchar_t> decoded;
     const std::size_t allocations = failEachAllocation(
@@ -179,7 +184,7 @@ TEST(OutOfMemory, LeavesTheDecoderWhereItCanGoOn) {
             buffer::Utf8Decoder::decode(range, decoded);
             EXPECT_EQ(text(decoded), expected);
         });
-    EXPECT_GT(allocations, 3u);
+    EXPECT_EQ(allocations, 2u);
     EXPECT_EQ(text(decoded), expected);
 }
 

@@ -5,20 +5,40 @@
 #include "buffererror.h"
 #include "makeevent.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 namespace buffer {
+
+namespace detail {
+
+/// The two digits of every byte.
+inline constexpr auto hexDigits = [] {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::array<std::array<wchar_t, 2>, 256> pairs{};
+    for (std::size_t byte = 0; byte != pairs.size(); ++byte)
+        pairs[byte] = {static_cast<wchar_t>(digits[byte >> 4]),
+                       static_cast<wchar_t>(digits[byte & 0x0F])};
+    return pairs;
+}();
+
+} // namespace detail
 
 /// Upper-case hexadecimal text, two digits a byte, high nibble first, nothing between them.
 /// Nothing gives empty, not null, text.
 /// \throws std::bad_alloc
 inline TmpBuffer<wchar_t> hexEncode(BufferRange<unsigned char> bytes) {
-    static constexpr char digits[] = "0123456789ABCDEF";
     TmpBuffer<wchar_t> text(bytes.size() * 2);
     wchar_t* out = text.data();
     for (const unsigned char octet : bytes) {
-        *out++ = static_cast<wchar_t>(digits[octet >> 4]);
-        *out++ = static_cast<wchar_t>(digits[octet & 0x0F]);
+        const auto& digits = detail::hexDigits[octet];
+        std::memcpy(out, digits.data(), sizeof digits);
+        out += digits.size();
     }
     return text;
 }
@@ -38,15 +58,117 @@ public:
     ///   and FF (at that byte). `text` keeps what was decoded before.
     /// \throws std::bad_alloc; `bytes` then begins at the first sequence that `text` lacks
     static void decode(BufferRange<unsigned char>& bytes, GenericBuffer<wchar_t>& text) {
+        if (bytes.empty())
+            return;
+        Output output(text, leadBytes(bytes));
         while (!bytes.empty()) {
+            decodeUsual(bytes, output);
+            if (bytes.empty())
+                return;
             const std::size_t length = checkedLength(bytes);
-            text.append(valueOf(bytes.data(), length));
+            output.append(valueOf(bytes.data(), length), bytes.size());
             bytes.advance(length);
         }
     }
 
 private:
     static constexpr wchar_t sourceFile[] = L"util\\include\\bufcodecs.h";
+    static constexpr std::size_t atOnce = sizeof(std::uint64_t);
+
+    static std::uint64_t eightBytes(const unsigned char* bytes) noexcept {
+        std::uint64_t eight;
+        std::memcpy(&eight, bytes, atOnce);
+        return eight;
+    }
+
+    /// How many bytes are no continuation bytes: as many sequences as there are in proper UTF-8.
+    static std::size_t leadBytes(BufferRange<unsigned char> bytes) noexcept {
+        std::size_t count = bytes.size();
+        const unsigned char* position = bytes.begin();
+        for (; bytes.end() - position >= static_cast<std::ptrdiff_t>(atOnce); position += atOnce) {
+            // Of each byte the bit that is set in 10xxxxxx only, moved to where it counts as 1.
+            const std::uint64_t eight = eightBytes(position);
+            const std::uint64_t continuations = eight >> 7 & ~(eight >> 6) & 0x0101'0101'0101'0101u;
+            count -= static_cast<std::size_t>(std::popcount(continuations));
+        }
+        return count - static_cast<std::size_t>(
+                           std::count_if(position, bytes.end(),
+                                         [](unsigned char byte) { return (byte & 0xC0) == 0x80; }));
+    }
+
+    /// Appends to a text that has its room beforehand, so that a long one is not moved again and
+    /// again. The text is as long as what was appended when this object goes.
+    class Output {
+    public:
+        Output(GenericBuffer<wchar_t>& text, std::size_t expected)
+            : text_(text), size_(text.size()) {
+            text.resize(size_ + expected);
+        }
+        // What has grown is nobody else's, so cutting it back does not allocate.
+        ~Output() {
+            if (size_ != text_.size())
+                text_.resize(size_);
+        }
+        Output(const Output&) = delete;
+        Output& operator=(const Output&) = delete;
+
+        /// \param bytesLeft more characters than these bytes cannot come
+        void append(wchar_t character, std::size_t bytesLeft) {
+            if (size_ == text_.size())
+                text_.resize(size_ + bytesLeft);
+            text_.data()[size_++] = character;
+        }
+
+        wchar_t* position() const noexcept { return text_.data() + size_; }
+        wchar_t* end() const noexcept { return text_.data() + text_.size(); }
+        void appendedUpTo(const wchar_t* position) noexcept {
+            size_ = static_cast<std::size_t>(position - text_.data());
+        }
+
+    private:
+        GenericBuffer<wchar_t>& text_;
+        std::size_t size_;
+    };
+
+    static constexpr bool isContinuation(unsigned char byte) noexcept {
+        return (byte & 0xC0) == 0x80;
+    }
+
+    /// Decodes sequences of up to three bytes as long as they are well formed and there is room;
+    /// eight ASCII characters at a time.
+    static void decodeUsual(BufferRange<unsigned char>& bytes, Output& output) noexcept {
+        const unsigned char* in = bytes.begin();
+        const unsigned char* const inEnd = bytes.end();
+        wchar_t* out = output.position();
+        wchar_t* const outEnd = output.end();
+        while (in != inEnd && out != outEnd) {
+            const auto left = static_cast<std::size_t>(inEnd - in);
+            const unsigned char lead = *in;
+            if (lead < 0x80) {
+                if (left >= atOnce && outEnd - out >= static_cast<std::ptrdiff_t>(atOnce) &&
+                    (eightBytes(in) & 0x8080'8080'8080'8080u) == 0) {
+                    for (std::size_t i = 0; i != atOnce; ++i)
+                        out[i] = static_cast<wchar_t>(in[i]);
+                    in += atOnce;
+                    out += atOnce;
+                } else {
+                    *out++ = static_cast<wchar_t>(lead);
+                    ++in;
+                }
+            } else if (lead < 0xE0 && left >= 2 && isContinuation(in[1])) {
+                *out++ = static_cast<wchar_t>((lead & 0x1F) << 6 | (in[1] & 0x3F));
+                in += 2;
+            } else if (lead >= 0xE0 && lead < 0xF0 && left >= 3 && isContinuation(in[1]) &&
+                       isContinuation(in[2])) {
+                *out++ = static_cast<wchar_t>((lead & 0x0F) << 12 | (in[1] & 0x3F) << 6 |
+                                              (in[2] & 0x3F));
+                in += 3;
+            } else
+                break;
+        }
+        output.appendedUpTo(out);
+        bytes.advance(static_cast<std::size_t>(in - bytes.begin()));
+    }
 
     /// The length of the sequence that `bytes` begin with. What precedes an offending byte is
     /// consumed before the throw.
@@ -97,10 +219,11 @@ public:
     static void encode(BufferRange<wchar_t> text, GenericBuffer<unsigned char>& bytes) {
         const std::size_t oldSize = bytes.size();
         std::size_t written = oldSize;
+        std::size_t room = oldSize; // what is there may be shared, so it is no room
         try {
             for (const wchar_t unit : text) {
-                if (bytes.size() - written < longestSequence)
-                    bytes.resize(written + growthStep);
+                if (room - written < longestSequence)
+                    room = grow(bytes, written);
                 written += encodeUnit(static_cast<std::uint16_t>(unit), bytes.data() + written);
             }
         } catch (...) {
@@ -115,6 +238,14 @@ public:
 private:
     static constexpr std::size_t longestSequence = 3;
     static constexpr std::size_t growthStep = 6;
+
+    /// \returns up to where `bytes` may be written to
+    static std::size_t grow(GenericBuffer<unsigned char>& bytes, std::size_t written) {
+        if (written != bytes.size())
+            bytes.resize(written); // moving keeps what counts as contents
+        bytes.resize(written + growthStep);
+        return bytes.capacity();
+    }
 
     static std::size_t encodeUnit(std::uint16_t unit, unsigned char* out) noexcept {
         if (unit <= 0x7F) {
