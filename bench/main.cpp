@@ -1,6 +1,6 @@
 // The benchmark of the portable rooms: measures times and allocations, or, with --instructions
 // under callgrind, counts instructions.
-//   portablebench [--instructions | options of Google Benchmark]
+//   portablebench [--instructions [BEGINNING OF A ROW'S NAME] | options of Google Benchmark]
 #include "comparison.h"
 #include "peers/peer.h"
 
@@ -13,9 +13,9 @@
 
 namespace {
 
-void countInstructions() {
+void countInstructions(std::string_view beginning) {
     for (const bench::Row& row : bench::rows()) {
-        if (row.countedRuns == 0)
+        if (row.countedRuns == 0 || !row.name.starts_with(beginning))
             continue;
         row.perform(); // what is set up at the first use is no part of the work
         CALLGRIND_START_INSTRUMENTATION;
@@ -36,8 +36,8 @@ int run(int count, char** arguments) {
     bench::addCodecs();
     for (const bench::Peer* peer : bench::allPeers())
         benchmark::AddCustomContext(peer->name(), peer->version());
-    if (count == 2 && std::string_view(arguments[1]) == "--instructions") {
-        countInstructions();
+    if (count > 1 && std::string_view(arguments[1]) == "--instructions") {
+        countInstructions(count > 2 ? arguments[2] : "");
         return 0;
     }
     benchmark::Initialize(&count, arguments);
