@@ -6,7 +6,6 @@
 #include "ckobjectsfinder.h"
 #include "cksession.h"
 #include "ckslots.h"
-#include "cktoken.h"
 #include "der.h"
 #include "libraries.h"
 
@@ -141,7 +140,7 @@ Pkcs11Helper::~Pkcs11Helper() noexcept(false) {
 
 void Pkcs11Helper::login(const Buffer<unsigned char>& pin) {
     const CkSlot& slot = (*slots)[0];
-    if (!(CkToken(slot).info().flags & ckf::userPinInitialized))
+    if (!(slot.info().flags & ckf::userPinInitialized))
         throw korv::makeEvent<CertStoreUpdaterError_TokenNotInitialized>(sourceFile);
     auto newSession = std::make_unique<CkSession>(slot.ckLibrary());
     newSession->open(slot.id(), ckf::rwSession | ckf::serialSession);

@@ -2,25 +2,20 @@
 #pragma once
 
 #include "cklibrary.h"
+#include "cktoken.h"
 #include "cktypes.h"
 
 #include <cstddef>
-#include <utility>
 #include <vector>
 
 namespace pkcs11 {
 
-/// A slot of a module; may be used wherever a `CkToken` is asked for.
-class CkSlot {
+/// A slot of a module, and so the token in it.
+class CkSlot : public CkToken {
 public:
-    CkSlot(CkLibrary library, CkSlotId id) noexcept : library_(std::move(library)), id_(id) {}
+    using CkToken::CkToken;
 
-    const CkLibrary& ckLibrary() const noexcept { return library_; }
-    CkSlotId id() const noexcept { return id_; }
-
-private:
-    CkLibrary library_;
-    CkSlotId id_;
+    CkSlotId id() const noexcept { return slotId(); }
 };
 
 /// The slots that a module lists (PKCS #11 C_GetSlotList), in its order, as they were when the

@@ -2,7 +2,10 @@
 #pragma once
 
 #include "buffer.h"
-#include "ckslots.h"
+#include "cklibrary.h"
+#include "cktypes.h"
+
+#include <utility>
 
 namespace pkcs11 {
 
@@ -18,16 +21,22 @@ struct CkTokenInfo {
     CkUlong flags; ///< CK_FLAGS of the token
 };
 
+/// The token in a slot of a module, whichever that is when it is asked.
 class CkToken {
 public:
-    CkToken(const CkSlot& slot) : slot_(slot) {}
+    CkToken(CkLibrary library, CkSlotId slotId) noexcept
+        : library_(std::move(library)), slotId_(slotId) {}
 
     /// Asks the module anew each time (PKCS #11 C_GetTokenInfo).
     /// \throws Pkcs11Error_CryptokiError with the module's answer
     CkTokenInfo info() const;
 
+    const CkLibrary& ckLibrary() const noexcept { return library_; }
+    CkSlotId slotId() const noexcept { return slotId_; }
+
 private:
-    CkSlot slot_;
+    CkLibrary library_;
+    CkSlotId slotId_;
 };
 
 } // namespace pkcs11

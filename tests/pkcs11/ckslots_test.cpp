@@ -124,6 +124,17 @@ TEST_F(CkSlotsList, ThrowsTheAnswerOfEitherCall) {
 
 using CkTokenInfoRead = pkcs11test::LibraryTest;
 
+TEST_F(CkTokenInfoRead, IsOfTheSlotAsOfTheTokenInIt) {
+    token->slots = {slotWithId(1), slotWithId(5)};
+    token->slots[1].label = "In slot 5";
+    const CkSlots slots(*library, true);
+    EXPECT_STREQ(slots[1].info().label.c_str(), "In slot 5");
+    const CkToken& inSlot = slots[1];
+    EXPECT_STREQ(inSlot.info().label.c_str(), "In slot 5");
+    EXPECT_EQ(inSlot.slotId(), 5u);
+    EXPECT_EQ(inSlot.ckLibrary(), *library);
+}
+
 TEST_F(CkTokenInfoRead, GivesTextsWithoutPaddingAndTheFlags) {
     Slot slot = slotWithId(5);
     slot.label = "My token";
