@@ -29,8 +29,9 @@ public:
     ///   Neither the current directory nor the system's search path is ever looked at, also not
     ///   for the DLLs that the module needs: they come from its own directory or the system's.
     /// \throws Pkcs11Error_CryptokiError "5" with a parent (see there) if the file cannot be
-    ///   loaded or lacks a function; else with the module's answer to C_GetFunctionList or
-    ///   C_Initialize. Nothing stays loaded then.
+    ///   loaded or lacks C_GetFunctionList, C_Initialize or C_Finalize; else with the module's
+    ///   answer to C_GetFunctionList or C_Initialize. Nothing stays loaded then. Whichever other
+    ///   function a module lacks counts as one that answers CKR_FUNCTION_NOT_SUPPORTED, "84".
     CkLibrary load(const std::string& path);
 
     /// Undoes one `load`.

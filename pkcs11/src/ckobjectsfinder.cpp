@@ -20,8 +20,8 @@ const CK_FUNCTION_LIST& functionsOf(const CkSession& session) {
 
 void CkObject::get(CkAttributes& attributes) const {
     std::vector<CK_ATTRIBUTE> entries = cryptokiTemplate(attributes);
-    check(functionsOf(*session_).C_GetAttributeValue(session_->handle(), handle_, entries.data(),
-                                                     static_cast<CK_ULONG>(entries.size())),
+    check(answerOf(functionsOf(*session_).C_GetAttributeValue, session_->handle(), handle_,
+                   entries.data(), static_cast<CK_ULONG>(entries.size())),
           sourceFile);
     for (std::size_t i = 0; i != entries.size(); ++i)
         attributes.setReturnedLength(i, entries[i].ulValueLen);
@@ -44,7 +44,8 @@ CkObjectsFinderIterator& CkObjectsFinderIterator::operator++() {
 void CkObjectsFinderIterator::fetch() {
     const CkSession& session = finder_->session_;
     CK_ULONG count = 0;
-    check(functionsOf(session).C_FindObjects(session.handle(), handles_.data(), batchSize, &count),
+    check(answerOf(functionsOf(session).C_FindObjects, session.handle(), handles_.data(), batchSize,
+                   &count),
           sourceFile);
     if (count > batchSize || count > maxObjects - total_)
         throw cryptokiError(sourceFile, ckr::generalError);
@@ -56,20 +57,20 @@ void CkObjectsFinderIterator::fetch() {
 CkObjectsFinder::~CkObjectsFinder() {
     // Asked for without events: making one could fail, and nobody would see it.
     if (active_ && session_.ckLibrary().module().isLoaded())
-        functionsOf(session_).C_FindObjectsFinal(session_.handle());
+        answerOf(functionsOf(session_).C_FindObjectsFinal, session_.handle());
 }
 
 void CkObjectsFinder::init(const CkAttributes& searchTemplate) {
     std::vector<CK_ATTRIBUTE> entries = cryptokiTemplate(searchTemplate);
-    check(functionsOf(session_).C_FindObjectsInit(session_.handle(), entries.data(),
-                                                  static_cast<CK_ULONG>(entries.size())),
+    check(answerOf(functionsOf(session_).C_FindObjectsInit, session_.handle(), entries.data(),
+                   static_cast<CK_ULONG>(entries.size())),
           sourceFile);
     active_ = true;
 }
 
 void CkObjectsFinder::final() {
     if (std::exchange(active_, false))
-        check(functionsOf(session_).C_FindObjectsFinal(session_.handle()), sourceFile);
+        check(answerOf(functionsOf(session_).C_FindObjectsFinal, session_.handle()), sourceFile);
 }
 
 } // namespace pkcs11

@@ -18,14 +18,15 @@ constexpr wchar_t sourceFile[] = L"pkcs11\\src\\cksession.cpp";
 CkSession::~CkSession() {
     // Asked for without events: making one could fail, and nobody would see it.
     if (handle_ && library_.module().isLoaded())
-        library_.module().functions().C_CloseSession(*handle_);
+        answerOf(library_.module().functions().C_CloseSession, *handle_);
 }
 
 void CkSession::open(CkSlotId slotId, CkUlong flags) {
     if (isOpen())
         throw cryptokiError(sourceFile, ckr::argumentsBad);
     CK_SESSION_HANDLE handle = CK_INVALID_HANDLE;
-    check(library_.module().functions().C_OpenSession(slotId, flags, nullptr, nullptr, &handle),
+    check(answerOf(library_.module().functions().C_OpenSession, slotId, flags, nullptr, nullptr,
+                   &handle),
           sourceFile);
     handle_ = handle;
 }
@@ -35,14 +36,14 @@ void CkSession::login(CkUlong userType, BufferRange<unsigned char> pin) {
         throw cryptokiError(sourceFile, ckr::pinLenRange);
     // Cryptoki takes a pointer to bytes that it does not change.
     auto* bytes = const_cast<CK_UTF8CHAR*>(pin.data());
-    check(library_.module().functions().C_Login(handle(), userType, bytes,
-                                                static_cast<CK_ULONG>(pin.size())),
+    check(answerOf(library_.module().functions().C_Login, handle(), userType, bytes,
+                   static_cast<CK_ULONG>(pin.size())),
           sourceFile);
 }
 
 void CkSession::close() {
     if (const std::optional<CkUlong> handle = std::exchange(handle_, std::nullopt))
-        check(library_.module().functions().C_CloseSession(*handle), sourceFile);
+        check(answerOf(library_.module().functions().C_CloseSession, *handle), sourceFile);
 }
 
 } // namespace pkcs11

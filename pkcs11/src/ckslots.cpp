@@ -19,13 +19,13 @@ constexpr int maxAttempts = 8;
 std::vector<CK_SLOT_ID> listSlots(const CK_FUNCTION_LIST& functions, CK_BBOOL tokenPresent) {
     for (int attempt = 1;; ++attempt) {
         CK_ULONG count = 0;
-        check(functions.C_GetSlotList(tokenPresent, nullptr, &count), sourceFile);
+        check(answerOf(functions.C_GetSlotList, tokenPresent, nullptr, &count), sourceFile);
         if (count > maxSlots)
             throw cryptokiError(sourceFile, ckr::generalError);
         std::vector<CK_SLOT_ID> ids(count);
         if (ids.empty())
             return ids;
-        const CK_RV answer = functions.C_GetSlotList(tokenPresent, ids.data(), &count);
+        const CK_RV answer = answerOf(functions.C_GetSlotList, tokenPresent, ids.data(), &count);
         if (answer == ckr::bufferTooSmall && attempt != maxAttempts)
             continue;
         check(answer, sourceFile);

@@ -25,7 +25,7 @@ Buffer<char> unpadded(const CK_UTF8CHAR (&field)[size]) {
 
 CkTokenInfo CkToken::info() const {
     CK_TOKEN_INFO info{};
-    check(library_.module().functions().C_GetTokenInfo(slotId_, &info), sourceFile);
+    check(answerOf(library_.module().functions().C_GetTokenInfo, slotId_, &info), sourceFile);
     return CkTokenInfo{unpadded(info.label), unpadded(info.manufacturerID), unpadded(info.model),
                        unpadded(info.serialNumber), info.flags};
 }

@@ -21,6 +21,13 @@ inline void check(CK_RV answer, const wchar_t* file, int line = __builtin_LINE()
         throw cryptokiError(file, answer, line);
 }
 
+/// Calls a function of a module.
+/// \returns its answer; CKR_FUNCTION_NOT_SUPPORTED if the module lacks it
+template <class... Parameters>
+CK_RV answerOf(CK_RV (*function)(Parameters...), std::type_identity_t<Parameters>... arguments) {
+    return function ? function(arguments...) : CKR_FUNCTION_NOT_SUPPORTED;
+}
+
 /// The template as a module takes it. It points at the values of `attributes`.
 std::vector<CK_ATTRIBUTE> cryptokiTemplate(const CkAttributes& attributes);
 

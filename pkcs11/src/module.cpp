@@ -17,27 +17,6 @@ constexpr wchar_t sourceFile[] = L"pkcs11\\src\\module.cpp";
                         moduleNotLoaded(sourceFile, path, lack, line), line);
 }
 
-// The first function that this room calls and that the list does not have, or null.
-const wchar_t* missingFunction(const CK_FUNCTION_LIST& list) {
-    const std::pair<const wchar_t*, bool> functions[] = {
-        {L"C_Initialize", list.C_Initialize != nullptr},
-        {L"C_Finalize", list.C_Finalize != nullptr},
-        {L"C_GetSlotList", list.C_GetSlotList != nullptr},
-        {L"C_GetTokenInfo", list.C_GetTokenInfo != nullptr},
-        {L"C_OpenSession", list.C_OpenSession != nullptr},
-        {L"C_CloseSession", list.C_CloseSession != nullptr},
-        {L"C_Login", list.C_Login != nullptr},
-        {L"C_FindObjectsInit", list.C_FindObjectsInit != nullptr},
-        {L"C_FindObjects", list.C_FindObjects != nullptr},
-        {L"C_FindObjectsFinal", list.C_FindObjectsFinal != nullptr},
-        {L"C_GetAttributeValue", list.C_GetAttributeValue != nullptr},
-    };
-    for (const auto& [name, isThere] : functions)
-        if (!isThere)
-            return name;
-    return nullptr;
-}
-
 } // namespace
 
 Module::Module(DynamicLibrary file, const std::string& path) : file_(std::move(file)) {
@@ -49,11 +28,10 @@ Module::Module(DynamicLibrary file, const std::string& path) : file_(std::move(f
     check(getFunctionList(&list), sourceFile);
     if (!list)
         throwUnusable(path, L"the function list is missing");
-    if (const wchar_t* name = missingFunction(*list)) {
-        buffer::Buffer<wchar_t> lack = name;
-        lack.append(buffer::Buffer<wchar_t>(L" is missing"));
-        throwUnusable(path, lack);
-    }
+    if (!list->C_Initialize)
+        throwUnusable(path, L"C_Initialize is missing");
+    if (!list->C_Finalize)
+        throwUnusable(path, L"C_Finalize is missing");
     functions_ = list;
 }
 

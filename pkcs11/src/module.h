@@ -13,8 +13,8 @@ class Module {
 public:
     /// Takes over a loaded file.
     /// \param path the file's, for the error
-    /// \throws Pkcs11Error_CryptokiError "5" with a parent if it lacks a function that this room
-    ///   calls; with the answer of C_GetFunctionList if that failed
+    /// \throws Pkcs11Error_CryptokiError "5" with a parent if it lacks C_GetFunctionList,
+    ///   C_Initialize or C_Finalize; with the answer of C_GetFunctionList if that failed
     Module(DynamicLibrary file, const std::string& path);
 
     /// PKCS #11 C_Initialize.
@@ -27,6 +27,7 @@ public:
     bool isLoaded() const noexcept { return functions_ != nullptr; }
     bool isIn(const DynamicLibrary& file) const noexcept { return file_ == file; }
 
+    /// The module's functions, to be called through `answerOf`: any may be missing.
     /// \throws Pkcs11Error_CryptokiError "400" if the module has been freed
     const CK_FUNCTION_LIST& functions() const;
 

@@ -91,6 +91,12 @@ TEST_F(Pkcs11HelperConstructor, PassesOnThatSlotsCannotBeListedAndUnloadsTheModu
     EXPECT_EQ(token->count("C_Finalize"), 1u);
 }
 
+TEST_F(Pkcs11HelperConstructor, UnloadsAModuleThatCannotListSlots) {
+    token->missingFunction = "C_GetSlotList";
+    expectCryptokiError(L"84", [] { Pkcs11Helper helper(modulePath()); });
+    EXPECT_EQ(token->count("C_Finalize"), 1u);
+}
+
 TEST_F(Pkcs11HelperConstructor, PassesOnThatTheModuleCannotBeInitialised) {
     token->fail("C_Initialize", 1, CKR_NEED_TO_CREATE_THREADS);
     expectCryptokiError(L"9", [] { Pkcs11Helper helper(modulePath()); });
@@ -223,6 +229,20 @@ TEST_F(Pkcs11HelperLogin, PassesOnThatTheTokenGivesNoInformation) {
     token->fail("C_GetTokenInfo", 1, CKR_TOKEN_NOT_PRESENT);
     expectCryptokiError(L"224", [&] { helper.login(pinOf("1234")); });
     EXPECT_EQ(token->count("C_OpenSession"), 0u);
+}
+
+TEST(Pkcs11HelperOfAModuleWithoutReading, LogsInAndAnswersThatItCannotRead) {
+    faketoken::LoadedToken token;
+    token->missingFunction = "C_GetAttributeValue";
+    token->slots[0].objects = {faketoken::privateKey({1})};
+    {
+        Pkcs11Helper helper(modulePath());
+        helper.login(pinOf("1234"));
+        expectCryptokiError(L"84", [&] { helper.getAllCerts(); });
+    }
+    EXPECT_EQ(token->openSessions(), 0u);
+    EXPECT_EQ(token->activeSearches(), 0u);
+    EXPECT_EQ(token->count("C_Finalize"), 1u);
 }
 
 TEST_F(Pkcs11HelperLogin, PassesOnThatNoSessionCanBeOpened) {
