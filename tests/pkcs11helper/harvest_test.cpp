@@ -359,6 +359,13 @@ INSTANTIATE_TEST_SUITE_P(
 
 class HarvestMatch : public Harvest {};
 
+std::vector<std::wstring> labelsIn(const CertMap& certs) {
+    std::vector<std::wstring> labels;
+    for (const auto& [name, item] : certs)
+        labels.push_back(textOf(item.label));
+    return labels;
+}
+
 TEST_F(HarvestMatch, IsMadeByAllBytesOfTheId) {
     objects() = {certificate(leaf(), {1, 2}, "a"), certificate(leaf(), {1, 2, 3}, "b"),
                  certificate(leaf(), {1, 3}, "c"), privateKey({9}), privateKey({1, 2})};
@@ -400,6 +407,21 @@ TEST_F(HarvestMatch, KeepsTheFirstOfCertificatesWithOneId) {
     ASSERT_EQ(others->size(), 1u);
     EXPECT_EQ(textOf(others->begin()->second.label), L"first");
     EXPECT_EQ(textOf(helper().getAllCerts()->otherCerts.begin()->second.label), L"first");
+}
+
+TEST_F(HarvestMatch, KeepsTheFirstOfCertificatesWithOneIdInEachClass) {
+    objects() = {certificate(selfSigned("Self 1"), {1}, "first self-signed"),
+                 certificate(selfSigned("Self 2"), {1}, "second self-signed"),
+                 certificate(authority(), {2}, "first authority"),
+                 certificate(authority(), {2}, "second authority"),
+                 certificate(leaf("First"), {3}, "first with a key"),
+                 certificate(leaf("Second"), {3}, "second with a key"),
+                 privateKey({3})};
+    const std::unique_ptr<CertListPackage> all = helper().getAllCerts();
+    EXPECT_THAT(labelsIn(all->selfSignedCerts), ElementsAre(L"first self-signed"));
+    EXPECT_THAT(labelsIn(all->caCerts), ElementsAre(L"first authority"));
+    EXPECT_THAT(labelsIn(all->certsWithPrivateKey), ElementsAre(L"first with a key"));
+    EXPECT_THAT(all->otherCerts, IsEmpty());
 }
 
 TEST_F(HarvestMatch, KeepsCertificatesWithOneIdInDifferentClasses) {
