@@ -239,6 +239,23 @@ TEST_F(CertStoreHelperAdd, ThrowsWhenTheReferenceIsRefused) {
     EXPECT_EQ(api.heldReferences(), 1) << "the reference to the added certificate is kept";
 }
 
+TEST_F(CertStoreHelperAdd, LeavesACertificateOfMalformedKeyUsageWithoutProperties) {
+    const Bytes encoded = CertBuilder().extensions({extension("2.5.29.15", integer(1))}).build();
+    CryptoApi api;
+    EXPECT_THROW(add(encoded), asn1::QuorError_Asn1_Decode);
+    EXPECT_THAT(store.entries(), ElementsAre(StoreEntry{encoded, {}, {}, {}}));
+    EXPECT_EQ(api.setProperty.count(), 0u);
+    EXPECT_EQ(api.heldReferences(), 1) << "the reference to the added certificate is kept";
+}
+
+TEST_F(CertStoreHelperAdd, DoesNotAskForTheKeyUsageWithoutKeyProviderInformation) {
+    const Bytes encoded = CertBuilder().extensions({extension("2.5.29.15", integer(1))}).build();
+    add(encoded, L"name", false);
+    EXPECT_THAT(store.entries(),
+                ElementsAre(StoreEntry{
+                    encoded, {}, friendlyNameBytes(L"name"), reference("container\nCSP\n")}));
+}
+
 TEST_F(CertStoreHelperAdd, PassesOnThatACertificateHasNoValue) {
     CertStoreHelper helper(storeName());
     const CryptoApi api;

@@ -207,6 +207,25 @@ TEST_F(CertStoreHelperDeleteByCsp, WantsAKeyProviderInformationOfTheSameProvider
     EXPECT_THAT(remaining(), IsEmpty());
 }
 
+TEST_F(CertStoreHelperDeleteByCsp, TakesAnEmptyCspForOneOfNoName) {
+    addRegistered(1);
+    addRegistered(2, "container\n\n");
+    addRegistered(3, "container");
+    addRegistered(4, "\n\nCSP\n");
+    addRegistered(5, "\nCSP\n");
+    store.add({numbered(6), keyProvInfo(L"container", L""), {}, {}});
+    CertStoreHelper(storeName()).deleteCspCertificates(L"", false);
+    EXPECT_THAT(remaining(), UnorderedElementsAre(numbered(1), numbered(5), numbered(6)));
+}
+
+TEST_F(CertStoreHelperDeleteByCsp, WantsAProviderOfNoNameForAnEmptyCspIfAsked) {
+    addRegistered(1, "container\n\n");
+    store.add({numbered(2), keyProvInfo(L"container", L""), {}, reference("container\n\n")});
+    store.add({numbered(3), keyProvInfo(L"container", L""), {}, reference("container\nCSP\n")});
+    CertStoreHelper(storeName()).deleteCspCertificates(L"", true);
+    EXPECT_THAT(remaining(), UnorderedElementsAre(numbered(1), numbered(3)));
+}
+
 TEST_F(CertStoreHelperDeleteByCsp, EndsQuietlyWhenTheUserDeclines) {
     for (const int number : {1, 2, 3})
         addRegistered(number);
