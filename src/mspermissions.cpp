@@ -60,12 +60,11 @@ Value valueAt(const void* address) {
 /// How many bytes there are for an entry: up to the end of the list that it begins in, or as many
 /// as any entry can have if it was found elsewhere.
 std::size_t roomFor(const void* entry, PACL acl) {
-    const auto begin = reinterpret_cast<std::uintptr_t>(acl);
-    const auto at = reinterpret_cast<std::uintptr_t>(entry);
+    // What lies before the list is a great way behind its beginning, too.
+    const std::size_t offset =
+        reinterpret_cast<std::uintptr_t>(entry) - reinterpret_cast<std::uintptr_t>(acl);
     const std::size_t listSize = valueAt<ACL>(acl).AclSize;
-    if (at < begin || at - begin >= listSize)
-        return std::numeric_limits<WORD>::max();
-    return listSize - (at - begin);
+    return offset < listSize ? listSize - offset : std::numeric_limits<WORD>::max();
 }
 
 /// An entry with everything that its header says it has.
