@@ -56,5 +56,7 @@ void addEncoding();
 void addCopying();
 void addBuffers();
 void addCodecs();
+void addClassifying();
+void addHarvesting();
 
 } // namespace bench

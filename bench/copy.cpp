@@ -34,24 +34,70 @@ auto copyOf(Value value) {
     };
 }
 
-void addMaps(std::size_t count) {
-    CertMap ours;
-    StandardMap standard;
+struct TokenItem {
+    std::wstring container;
+    Octets id;
+    std::wstring label;
+    Der certificate;
+};
+
+/// What a harvest reads, with ids of 20 bytes.
+std::vector<TokenItem> tokenItems(std::size_t count) {
+    std::vector<TokenItem> items;
     Cycle certificates;
     for (std::size_t i = 0; i != count; ++i) {
-        const Der der = certificates.next();
-        const std::wstring name = L"CKAIDHEX:" + std::to_wstring(1'000'000 + i) + L"0123456789ABC";
-        const Octets id(20, static_cast<unsigned char>(i));
-        const std::wstring label = L"Certificate of holder " + std::to_wstring(i);
-        CertItem item;
-        item.id = buffer::Buffer<unsigned char>(id.data(), id.size());
-        item.label = label.c_str();
-        asn1::der::decode({der.data(), der.size()}, item.certificate);
-        ours.emplace(name.c_str(), item);
-        standard.emplace(name, StandardItem{id, label, Octets(der.begin(), der.end())});
+        const std::wstring number = std::to_wstring(i);
+        items.push_back({L"CKAIDHEX:" + std::wstring(40 - number.size(), L'0') + number,
+                         Octets(20, static_cast<unsigned char>(i)),
+                         L"Certificate of holder " + number, certificates.next()});
     }
+    return items;
+}
+
+CertMap mapOf(const std::vector<TokenItem>& items) {
+    CertMap map;
+    for (const TokenItem& each : items) {
+        CertItem item;
+        item.id = buffer::Buffer<unsigned char>(each.id.data(), each.id.size());
+        item.label = each.label.c_str();
+        asn1::der::decode({each.certificate.data(), each.certificate.size()}, item.certificate);
+        map.emplace(each.container.c_str(), std::move(item));
+    }
+    return map;
+}
+
+StandardMap standardMapOf(const std::vector<TokenItem>& items) {
+    StandardMap map;
+    for (const TokenItem& each : items)
+        map.emplace(each.container,
+                    StandardItem{each.id, each.label,
+                                 Octets(each.certificate.begin(), each.certificate.end())});
+    return map;
+}
+
+/// Tells the report what a map keeps of the heap for each certificate, and how long a certificate
+/// is.
+void reportMemory(const char* contender, const std::vector<TokenItem>& items,
+                  std::size_t heapBytes) {
+    std::size_t derBytes = 0;
+    for (const TokenItem& item : items)
+        derBytes += item.certificate.size();
+    benchmark::AddCustomContext(
+        std::string("memory/") + contender + "/" + std::to_string(items.size()),
+        std::to_string(heapBytes / items.size()) + " " + std::to_string(derBytes / items.size()));
+}
+
+void addMaps(std::size_t count) {
+    constexpr char standardMap[] = "std::map of std::wstring";
+    const std::vector<TokenItem> items = tokenItems(count);
+    const std::size_t before = heapUse().bytes;
+    CertMap ours = mapOf(items);
+    const std::size_t between = heapUse().bytes;
+    StandardMap standard = standardMapOf(items);
+    reportMemory(library, items, between - before);
+    reportMemory(standardMap, items, heapUse().bytes - between);
     compare("copymap", library, count, copyOf(std::move(ours)));
-    compare("copymap", "std::map of std::wstring", count, copyOf(std::move(standard)));
+    compare("copymap", standardMap, count, copyOf(std::move(standard)));
 }
 
 /// An exception with the same contents, made of the standard library.

@@ -34,6 +34,8 @@ int run(int count, char** arguments) {
     bench::addCopying();
     bench::addBuffers();
     bench::addCodecs();
+    bench::addClassifying();
+    bench::addHarvesting();
     for (const bench::Peer* peer : bench::allPeers())
         benchmark::AddCustomContext(peer->name(), peer->version());
     if (count > 1 && std::string_view(arguments[1]) == "--instructions") {

@@ -1,4 +1,5 @@
-// How long the program takes for an update, against a program that makes the bare calls:
+// How long the program takes for an update, against a program that makes the bare calls. Prints the
+// rows of a report in the JSON of Google Benchmark, a line each:
 //   updatebench [CERTIFICATES [REPETITIONS]]
 #include "certbuilder.h"
 #include "childprocess.h"
@@ -7,7 +8,6 @@
 #include "testfolder.h"
 #include "updaterprogram.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -45,45 +45,37 @@ std::string scriptFor(int certificates) {
 
 class Benchmark {
 public:
-    Benchmark(int certificates, int repetitions) : repetitions_(repetitions) {
+    Benchmark(int certificates, int repetitions)
+        : certificates_(certificates), repetitions_(repetitions) {
         script_ = folder_.write("token.script", scriptFor(certificates)).wstring();
     }
 
     void run() const {
-        std::printf("%-28s %10s %10s %10s  %s\n", "", "median ms", "least", "most", "ratio");
-        const double bare = measure(
-            "the bare calls", [this] { runBareCalls(); }, [this] { eraseStore(store_); }, 0);
+        const auto emptyStore = [this] { eraseStore(store_); };
+        measure("update", "bare calls in a program", emptyStore, [this] { runBareCalls(); });
+        measure("update", "certstoreupdater", emptyStore, [this] { runUpdaterCommand(L"sync"); });
         measure(
-            "certstoreupdate sync", [this] { runUpdaterCommand(L"sync"); },
-            [this] { eraseStore(store_); }, bare);
+            "updatenothing", "certstoreupdater", [] {}, [this] { runUpdaterCommand(L"sync"); });
         measure(
-            "sync with nothing to do", [this] { runUpdaterCommand(L"sync"); }, [] {}, bare);
-        measure(
-            "status", [this] { runUpdaterCommand(L"status"); }, [] {}, bare);
+            "updatestatus", "certstoreupdater", [] {}, [this] { runUpdaterCommand(L"status"); });
         eraseStore(store_);
     }
 
 private:
     using Action = std::function<void()>;
 
-    double measure(const char* name, const Action& action, const Action& prepare,
-                   double bare) const {
-        std::vector<double> times;
+    void measure(const char* work, const char* contender, const Action& prepare,
+                 const Action& action) const {
         for (int i = 0; i != repetitions_; ++i) {
             prepare();
             const auto start = std::chrono::steady_clock::now();
             action();
-            times.push_back(
-                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-                    .count());
+            const std::chrono::duration<double, std::milli> time =
+                std::chrono::steady_clock::now() - start;
+            std::printf("{\"name\": \"%s/%s/%d\", \"run_type\": \"iteration\", "
+                        "\"real_time\": %.3f, \"time_unit\": \"ms\"}\n",
+                        work, contender, certificates_, time.count());
         }
-        std::sort(times.begin(), times.end());
-        const double median = times[times.size() / 2];
-        std::printf("%-28s %10.0f %10.0f %10.0f", name, median, times.front(), times.back());
-        if (bare > 0)
-            std::printf("  %.2f", median / bare);
-        std::printf("\n");
-        return median;
     }
 
     void runBareCalls() const {
@@ -108,6 +100,7 @@ private:
     TestFolder folder_;
     std::wstring script_;
     std::wstring store_ = L"CSU-Benchmark";
+    int certificates_;
     int repetitions_;
 };
 
@@ -117,8 +110,6 @@ int main(int count, char** arguments) {
     try {
         const int certificates = count > 1 ? std::atoi(arguments[1]) : 1000;
         const int repetitions = count > 2 ? std::atoi(arguments[2]) : 5;
-        std::printf("%d certificates, each row a process of its own, %d times\n", certificates,
-                    repetitions);
         Benchmark(certificates, repetitions).run();
         return 0;
     } catch (const std::exception& error) {

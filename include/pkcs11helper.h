@@ -16,6 +16,8 @@ class CkSlots;
 
 namespace certstoreupdater {
 
+class KeyIds;
+
 /// A PKCS #11 module and a session with the token in its first slot that holds one. Construct,
 /// `login`, read as often as wanted, destroy. To be used by one thread at a time.
 ///
@@ -68,14 +70,12 @@ public:
     std::unique_ptr<CertMap> getOtherCerts() const;
 
 private:
-    using Ids = std::vector<Buffer<unsigned char>>;
-
     std::vector<CertItem> readTokenCertificates() const;
-    Ids readPrivateKeyIds() const;
+    KeyIds readPrivateKeyIds() const;
 
     static Buffer<wchar_t> containerNameOf(const Buffer<unsigned char>& id);
     static bool isCaCertificate(const asn1::Certificate& certificate);
-    static CertMap CertListPackage::*classOf(const CertItem& item, const Ids& privateKeyIds);
+    static CertMap CertListPackage::*classOf(const CertItem& item, const KeyIds& privateKeyIds);
 
     CkLibrary library;
     std::unique_ptr<CkSlots> slots;     ///< never empty

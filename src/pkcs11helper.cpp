@@ -7,12 +7,12 @@
 #include "cksession.h"
 #include "ckslots.h"
 #include "der.h"
+#include "keyids.h"
 #include "libraries.h"
 
 #include <boost/bind/bind.hpp>
 #include <boost/function.hpp>
 
-#include <algorithm>
 #include <exception>
 #include <initializer_list>
 #include <utility>
@@ -109,13 +109,6 @@ bool isSelfSigned(const asn1::Certificate& certificate) {
     return certificate.subject().cmp(certificate.issuer(), asn1::Amatch::exact) == 0;
 }
 
-bool hasPrivateKey(const CertItem& item, const std::vector<Buffer<unsigned char>>& privateKeyIds) {
-    return std::any_of(privateKeyIds.begin(), privateKeyIds.end(), [&](const auto& keyId) {
-        // Contents alone do not tell an absent id from an empty one.
-        return item.id.isNull() == keyId.isNull() && item.id == keyId;
-    });
-}
-
 } // namespace
 
 Pkcs11Helper::Pkcs11Helper(const std::string& modulePath)
@@ -151,7 +144,7 @@ void Pkcs11Helper::login(const Buffer<unsigned char>& pin) {
 std::unique_ptr<CertListPackage> Pkcs11Helper::getAllCerts() const {
     auto package = std::make_unique<CertListPackage>();
     std::vector<CertItem> items = readTokenCertificates();
-    const Ids privateKeyIds = readPrivateKeyIds();
+    const KeyIds privateKeyIds = readPrivateKeyIds();
     for (CertItem& item : items) {
         CertMap& certs = (*package).*classOf(item, privateKeyIds);
         certs.try_emplace(containerNameOf(item.id), std::move(item));
@@ -162,9 +155,9 @@ std::unique_ptr<CertListPackage> Pkcs11Helper::getAllCerts() const {
 std::unique_ptr<CertMap> Pkcs11Helper::getCertsWithPrivateKey() const {
     auto certs = std::make_unique<CertMap>();
     std::vector<CertItem> items = readTokenCertificates();
-    const Ids privateKeyIds = readPrivateKeyIds();
+    const KeyIds privateKeyIds = readPrivateKeyIds();
     for (CertItem& item : items)
-        if (hasPrivateKey(item, privateKeyIds))
+        if (privateKeyIds.contain(item.id))
             certs->try_emplace(containerNameOf(item.id), std::move(item));
     return certs;
 }
@@ -172,7 +165,7 @@ std::unique_ptr<CertMap> Pkcs11Helper::getCertsWithPrivateKey() const {
 std::unique_ptr<CertMap> Pkcs11Helper::getOtherCerts() const {
     auto certs = std::make_unique<CertMap>();
     std::vector<CertItem> items = readTokenCertificates();
-    const Ids privateKeyIds = readPrivateKeyIds();
+    const KeyIds privateKeyIds = readPrivateKeyIds();
     for (CertItem& item : items)
         if (classOf(item, privateKeyIds) == &CertListPackage::otherCerts)
             certs->try_emplace(containerNameOf(item.id), std::move(item));
@@ -188,10 +181,10 @@ std::vector<CertItem> Pkcs11Helper::readTokenCertificates() const {
     return items;
 }
 
-Pkcs11Helper::Ids Pkcs11Helper::readPrivateKeyIds() const {
-    Ids ids;
+KeyIds Pkcs11Helper::readPrivateKeyIds() const {
+    KeyIds ids;
     readObjects(*session, tokenObjects(cko::privateKey), {cka::id},
-                [&](const CkAttributes& attributes) { ids.push_back(idOf(attributes)); });
+                [&](const CkAttributes& attributes) { ids.add(idOf(attributes)); });
     return ids;
 }
 
@@ -205,12 +198,12 @@ bool Pkcs11Helper::isCaCertificate(const asn1::Certificate& certificate) {
     return certificate.isAuthority();
 }
 
-CertMap CertListPackage::*Pkcs11Helper::classOf(const CertItem& item, const Ids& privateKeyIds) {
+CertMap CertListPackage::*Pkcs11Helper::classOf(const CertItem& item, const KeyIds& privateKeyIds) {
     if (isSelfSigned(item.certificate))
         return &CertListPackage::selfSignedCerts;
     if (isCaCertificate(item.certificate))
         return &CertListPackage::caCerts;
-    if (hasPrivateKey(item, privateKeyIds))
+    if (privateKeyIds.contain(item.id))
         return &CertListPackage::certsWithPrivateKey;
     return &CertListPackage::otherCerts;
 }

@@ -45,6 +45,8 @@ CERTIFICATES = "Certificates"
 COPIES = "Copies"
 BUFFERS = "Buffers"
 CODECS = "Codecs"
+TOKEN = "Tokens"
+STORE = "Windows stores"
 
 CODEC_GOALS = {20: 1.0, 1_048_576: 2.0}
 CODEC_SIZES = [20, 1_048_576]
@@ -75,4 +77,21 @@ ROWS = [
         sizes=CODEC_SIZES, axis="characters"),
     Row("utf8encodemixed", "{size} mixed characters to UTF-8", CODECS, CODEC_GOALS,
         sizes=CODEC_SIZES, axis="characters"),
+    Row("harvest", "read a token with {size} certificates", TOKEN, {0: 1.05}, sizes=[20, 1_000],
+        axis="certificates with a key"),
+    Row("classify", "classify {size} certificates by {size} keys", TOKEN, {0: 1.2},
+        sizes=[10_000], axis="certificates, and as many keys"),
+    Row("storeadd", "register {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
+        axis="certificates"),
+    Row("storefind", "find {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
+        axis="certificates"),
+    Row("storelist", "list {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
+        axis="certificates"),
+    Row("storeremove", "remove {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
+        axis="certificates"),
+    Row("update", "the program updates a store with {size} certificates", STORE),
+    Row("updatenothing", "the program finds nothing to do for {size} certificates", STORE),
+    Row("updatestatus", "the program compares {size} certificates", STORE),
+    Row("load", "load the DLL", STORE),
+    Row("firstcall", "call it for the first time", STORE),
 ]

@@ -1,0 +1,57 @@
+// Which of a token's certificates have a private key there.
+#pragma once
+
+#include "buffer.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace pkcs11::certstoreupdater {
+
+/// The CKA_IDs of private keys, searched from the front. An absent id, a null buffer, matches
+/// absent ones only.
+class KeyIds {
+public:
+    void add(buffer::Buffer<unsigned char> id) {
+        marks_.push_back(markOf(id));
+        try {
+            ids_.push_back(std::move(id));
+        } catch (...) {
+            marks_.pop_back();
+            throw;
+        }
+    }
+
+    bool contain(const buffer::Buffer<unsigned char>& id) const noexcept {
+        const std::uint64_t wanted = markOf(id);
+        auto mark = marks_.begin();
+        while ((mark = std::find(mark, marks_.end(), wanted)) != marks_.end()) {
+            const auto& found = ids_[static_cast<std::size_t>(mark - marks_.begin())];
+            // Contents alone do not tell an absent id from an empty one.
+            if (id == found && id.isNull() == found.isNull())
+                return true;
+            ++mark;
+        }
+        return false;
+    }
+
+private:
+    /// Up to eight bytes from the end of the id, where ids that are counted differ too. The
+    /// search reads these, one behind the other, and an id itself only if they are the same: of
+    /// 10,000 ids each lies in a block of its own, and half the time would go into fetching them.
+    static std::uint64_t markOf(const buffer::Buffer<unsigned char>& id) noexcept {
+        std::uint64_t mark = 0;
+        const std::size_t size = std::min(id.size(), sizeof mark);
+        if (size != 0)
+            std::memcpy(&mark, id.end() - size, size);
+        return mark;
+    }
+
+    std::vector<std::uint64_t> marks_;
+    std::vector<buffer::Buffer<unsigned char>> ids_; ///< in the same order
+};
+
+} // namespace pkcs11::certstoreupdater
