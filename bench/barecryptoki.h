@@ -24,12 +24,15 @@ inline void require(CK_RV answer, const char* what) {
         throw std::runtime_error(what);
 }
 
+/// With the template that the library is required to search with.
 inline std::vector<CK_OBJECT_HANDLE> findBare(CK_FUNCTION_LIST* token, CK_SESSION_HANDLE session,
                                               CK_OBJECT_CLASS kind) {
     CK_BBOOL onToken = CK_TRUE;
+    CK_CERTIFICATE_TYPE x509 = CKC_X_509;
     std::array wanted{CK_ATTRIBUTE{CKA_CLASS, &kind, sizeof kind},
-                      CK_ATTRIBUTE{CKA_TOKEN, &onToken, sizeof onToken}};
-    require(token->C_FindObjectsInit(session, wanted.data(), static_cast<CK_ULONG>(wanted.size())),
+                      CK_ATTRIBUTE{CKA_TOKEN, &onToken, sizeof onToken},
+                      CK_ATTRIBUTE{CKA_CERTIFICATE_TYPE, &x509, sizeof x509}};
+    require(token->C_FindObjectsInit(session, wanted.data(), kind == CKO_CERTIFICATE ? 3 : 2),
             "C_FindObjectsInit");
     std::vector<CK_OBJECT_HANDLE> found;
     std::array<CK_OBJECT_HANDLE, 64> chunk;

@@ -65,6 +65,17 @@ def ratio_table(rows):
                f"| {verdict} |")
 
 
+def floors(rows):
+    """Why goals are missed, of those that are."""
+    missed = [(row, size) for row, size, *_, met in rows if row.goal(size) and not met]
+    if not missed:
+        yield "Every goal is met."
+        return
+    yield "What keeps the rows that miss their goal from it:\n"
+    for row, size in missed:
+        yield f"- {row.label(size).capitalize()}: {row.floor or 'not known yet.'}"
+
+
 def all_contenders(measurements):
     for row in ROWS:
         for size in row.shown_sizes(measurements.sizes(row.work)):
@@ -159,6 +170,8 @@ def write_page(docs, measurements, rows, machine, seconds):
                 f"The measurements took {seconds / 60:.0f} minutes.\n")
     page.append("## Ratios\n")
     page.extend(ratio_table(rows))
+    page.append("")
+    page.extend(floors(rows))
     page.append("\n## Charts\n")
     for group in dict.fromkeys(row.group for row in ROWS):
         if chart := bar_chart(measurements, group):
