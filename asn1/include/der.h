@@ -37,9 +37,16 @@ namespace aux {
 
 /// Decodes the value at the beginning of `input`, which may be BER: long and indefinite lengths,
 /// encoded defaults, any BOOLEAN but 0 as TRUE. Strings must be in one piece.
+/// \param input      consumed up to the end of the value; unchanged if this throws
 /// \param wholeInput whether bytes after the value are an error
 /// \throws as `der::decode`
-CERTSTOREUPDATER_API void decodeBer(BufferRange<unsigned char> input, Asn1& value, bool wholeInput);
+CERTSTOREUPDATER_API void decodeBer(BufferRange<unsigned char>& input, Asn1& value,
+                                    bool wholeInput);
+/// The same where nobody asks for what follows the value.
+inline void decodeBer(const BufferRange<unsigned char>& input, Asn1& value, bool wholeInput) {
+    BufferRange<unsigned char> rest = input;
+    decodeBer(rest, value, wholeInput);
+}
 
 /// The DER encoding of a value; for a decoded certificate the bytes that it keeps, shared.
 /// Members that have their DEFAULT value are left out.

@@ -282,7 +282,7 @@ bool Certificate::hasExtension(const ObjectIdentifier& extnId) const {
 }
 
 void Certificate::extensionValue(const ObjectIdentifier& extnId, Asn1& value) const {
-    std::optional<Range> octets = findExtension(extnId);
+    const std::optional<Range> octets = findExtension(extnId);
     if (!octets)
         throw korv::makeEvent<QuorError_Asn1_ObjectMissing>(
             sourceFile, {{L"EXTENSION", Buffer<wchar_t>(extnId.text())}});
@@ -308,7 +308,7 @@ bool Certificate::checkUsage(unsigned bit) const {
 bool Certificate::isAuthority() const {
     if (const std::optional<Range> usage = findExtension(id_ce_keyUsage))
         return asserts(*usage, keyCertSign);
-    std::optional<Range> octets = findExtension(id_ce_basicConstraints);
+    const std::optional<Range> octets = findExtension(id_ce_basicConstraints);
     if (!octets)
         return false;
     BasicConstraintsSyntax constraints;

@@ -332,10 +332,15 @@ private:
     bool isDer_ = true;
 };
 
+struct CheckedValue {
+    Octets der;
+    std::size_t consumed; ///< of the input
+};
+
 /// The DER encoding of the value of `type` at the beginning of `input`.
 /// \param wholeInput whether the value must be all of the input
 template <Rules rules>
-Octets derOf(const Type& type, Range input, bool wholeInput) {
+CheckedValue checked(const Type& type, Range input, bool wholeInput) {
     NoOutput noOutput;
     Decoder<rules, NoOutput> checker(input, noOutput);
     const std::size_t consumed = checker.decode(type);
@@ -345,20 +350,22 @@ Octets derOf(const Type& type, Range input, bool wholeInput) {
                                                       {L"CONSUMED_BYTES", consumed},
                                                       {L"BUFFER_SIZE", input.size()}});
     if (checker.isDer())
-        return Octets(Buffer<unsigned char>(input.begin(), consumed));
+        return {Octets(Buffer<unsigned char>(input.begin(), consumed)), consumed};
     DerOutput output;
     Decoder<rules, DerOutput>(input, output).decode(type);
-    return std::move(output).octets();
+    return {std::move(output).octets(), consumed};
 }
 
+/// \returns how much of the input the value takes
 template <Rules rules>
-void decodeInto(Asn1& value, Range input, bool wholeInput) {
+std::size_t decodeInto(Asn1& value, Range input, bool wholeInput) {
     const Type& type = value.type();
-    Octets der = derOf<rules>(type, input, wholeInput);
+    CheckedValue encoding = checked<rules>(type, input, wholeInput);
     if (type.typeClass == TypeClass::kept)
-        static_cast<EncodedValue&>(value).assignEncoding(std::move(der));
+        static_cast<EncodedValue&>(value).assignEncoding(std::move(encoding.der));
     else
-        readValue(der, der.range(), value);
+        readValue(encoding.der, encoding.der.range(), value);
+    return encoding.consumed;
 }
 
 } // namespace
@@ -375,8 +382,8 @@ void der::decode(Range input, Asn1& value) {
     decodeInto<Rules::der>(value, input, true);
 }
 
-void aux::decodeBer(Range input, Asn1& value, bool wholeInput) {
-    decodeInto<Rules::ber>(value, input, wholeInput);
+void aux::decodeBer(Range& input, Asn1& value, bool wholeInput) {
+    input.advance(decodeInto<Rules::ber>(value, input, wholeInput));
 }
 
 } // namespace asn1

@@ -160,6 +160,19 @@ TEST(BerDecoding, IgnoresWhatFollowsTheValue) {
     EXPECT_EQ(encoded(number), integer(5));
 }
 
+TEST(BerDecoding, ConsumesTheValueFromTheFrontOfItsInput) {
+    const Bytes three = fromHex("02 01 05 01 01 FF 05");
+    buffer::BufferRange<unsigned char> input = rangeOf(three);
+    asn1::Integer number;
+    asn1::aux::decodeBer(input, number, false);
+    EXPECT_EQ(input.begin(), three.data() + 3);
+    asn1::Boolean flag;
+    asn1::aux::decodeBer(input, flag, false);
+    EXPECT_TRUE(flag.value());
+    EXPECT_THROW(asn1::aux::decodeBer(input, number, false), asn1::QuorError_Asn1_Decode);
+    EXPECT_EQ(input.size(), 1u) << "what cannot be decoded is not consumed";
+}
+
 TEST(BerDecoding, TellsOfWhatFollowsTheValueIfItIsAskedTo) {
     asn1::Integer number;
     EXPECT_EQ(berThrows(fromHex("02 01 05 FF FF"), number, true), surplus(3, 5));
