@@ -248,16 +248,6 @@ Extensions Certificate::extensions() const {
     return toBeSignedMember<Extensions>(indexOf(toBeSignedMembers, "extensions"));
 }
 
-namespace {
-
-/// Most identifiers that stand beside each other differ in their last octet only.
-bool areSame(Range a, Range b) noexcept {
-    return a.size() == b.size() && !a.empty() && a.end()[-1] == b.end()[-1] &&
-           std::equal(a.begin(), a.end() - 1, b.begin());
-}
-
-} // namespace
-
 // Walks over the encodings: an object for every extension would cost more than the question.
 std::optional<Range> Certificate::findExtension(const ObjectIdentifier& extnId) const {
     const auto all = findMember(toBeSignedMembers, contentsOf(toBeSignedEncoding()),
@@ -269,7 +259,7 @@ std::optional<Range> Certificate::findExtension(const ObjectIdentifier& extnId) 
     for (const unsigned char* position = list.begin(); position != list.end();) {
         const Element extension = elementAt(position, list.end());
         const Element identifier = elementAt(extension.contents, extension.contentsEnd);
-        if (areSame(identifier.contentsRange(), wanted))
+        if (std::ranges::equal(identifier.contentsRange(), wanted))
             return contentsOf(*findMember(extensionMembers, extension.contentsRange(),
                                           indexOf(extensionMembers, "extnValue")));
         position = extension.end;

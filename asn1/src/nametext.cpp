@@ -195,13 +195,12 @@ public:
     }
 
 private:
-    static constexpr std::size_t x520Count = 128;
     static bool isX520(Range type) noexcept {
-        return type.size() == 3 && type[0] == 0x55 && type[1] == 0x04 && type[2] < x520Count;
+        return type.size() == 3 && type[0] == 0x55 && type[1] == 0x04;
     }
 
     const DefinedTypes& types_;
-    std::array<const DN_ATTRIBUTE*, x520Count> x520_{};
+    std::array<const DN_ATTRIBUTE*, 256> x520_{}; ///< by the last octet
 };
 
 const KnownTypes& knownTypes() {

@@ -113,6 +113,16 @@ TEST(HugeLength, OfManyOctetsDoesNotMatch) {
     }
 }
 
+TEST(LengthCutShort, DoesNotMatch) {
+    for (const Bytes& input :
+         {fromHex("04"), fromHex("04 81"), fromHex("04 82"), fromHex("04 82 01"),
+          fromHex("04 82 01 00"), fromHex("04 82 00 80"), fromHex("04 81 80")}) {
+        asn1::OctetString octets;
+        EXPECT_EQ(thrownBy([&] { decode(input, octets); }), mismatch(0));
+        EXPECT_EQ(thrownBy([&] { decodeBer(input, octets); }), mismatch(0));
+    }
+}
+
 TEST(LengthWithLeadingZeros, IsBerButNotDer) {
     const Bytes input = Bytes{0x04, 0xFE} + Bytes(125, 0x00) + Bytes{0x02, 0xAA, 0xBB};
     asn1::OctetString octets;

@@ -137,6 +137,18 @@ TEST(NameText, WritesEachKnownTypeByItsName) {
     EXPECT_EQ(asn1::DN_ATTRIBUTE::definedTypes().size(), std::size(rows) + 1);
 }
 
+TEST(DefinedType, ConvertsItsValueByItself) {
+    const auto& types = asn1::DN_ATTRIBUTE::definedTypes();
+    const Bytes value = utf8String("so, it is");
+    EXPECT_EQ(asciiOf(types.at(asn1::id_at_commonName).convert(rangeOf(value))), "so, it is");
+}
+
+TEST(NameText, TellsTypesApartThatAreAsLongAsThoseOfX520) {
+    for (const char* const type : {"1.2.3.4", "2.5.5.3", "2.5.3.3", "1.5.4.3"})
+        EXPECT_EQ(asciiOf(toText(attributeOf(type, utf8String("a")))),
+                  std::string("OID.") + type + "=#0C0161");
+}
+
 TEST(NameText, WritesAnUnknownTypeByItsIdentifierAndItsValueInHexadecimal) {
     EXPECT_EQ(asciiOf(toText(attributeOf("1.2.3.4", utf8String("ab")))), "OID.1.2.3.4=#0C026162");
     EXPECT_EQ(asciiOf(toText(attributeOf("2.5.4.99", sequence({integer(171)})))),

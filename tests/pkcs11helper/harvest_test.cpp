@@ -372,6 +372,16 @@ TEST_F(HarvestMatch, IsMadeByAllBytesOfTheId) {
     EXPECT_THAT(namesIn(*helper().getCertsWithPrivateKey()), ElementsAre(L"CKAIDHEX:0102"));
 }
 
+TEST_F(HarvestMatch, IsMadeByTheFrontOfALongIdToo) {
+    objects() = {certificate(leaf(), {1, 9, 9, 9, 9, 9, 9, 9, 9}, "a"),
+                 certificate(leaf(), {9, 9, 9, 9, 9, 9, 9, 9}, "b"),
+                 privateKey({2, 9, 9, 9, 9, 9, 9, 9, 9})};
+    EXPECT_THAT(*helper().getCertsWithPrivateKey(), IsEmpty());
+    objects().push_back(privateKey({1, 9, 9, 9, 9, 9, 9, 9, 9}));
+    EXPECT_THAT(namesIn(*helper().getCertsWithPrivateKey()),
+                ElementsAre(L"CKAIDHEX:010909090909090909"));
+}
+
 TEST_F(HarvestMatch, IsMadeByTwoAbsentIds) {
     objects() = {certificate(leaf(), {}, "a"), privateKey({})};
     EXPECT_THAT(namesIn(*helper().getCertsWithPrivateKey()), ElementsAre(L"CKAIDHEX:"));

@@ -259,6 +259,17 @@ TEST(Utf8Decode, KeepsZerosAndTerminates) {
     EXPECT_EQ(text.data()[20], L'\0');
 }
 
+TEST(Utf8Decode, OfAnOffendingFirstSequenceLeavesTheTextAsItIs) {
+    for (const std::vector<unsigned char>& input :
+         {std::vector<unsigned char>{0xFF, 0x41}, std::vector<unsigned char>{0xC3},
+          std::vector<unsigned char>{0xC3, 0x41, 0x42}}) {
+        Buffer<wchar_t> null;
+        buffer::BufferRange<unsigned char> bytes(input.data(), input.size());
+        EXPECT_THROW(Utf8Decoder::decode(bytes, null), buffer::BufferError_InvalidEncodingUnit);
+        EXPECT_TRUE(null.isNull());
+    }
+}
+
 TEST(Utf8Decode, OfNothingLeavesTheTextAsItIs) {
     Buffer<wchar_t> null;
     Buffer<wchar_t> empty(L"");

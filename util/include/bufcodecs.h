@@ -60,6 +60,8 @@ public:
     static void decode(BufferRange<unsigned char>& bytes, GenericBuffer<wchar_t>& text) {
         if (bytes.empty())
             return;
+        // Before the text gets its room: one that gets no character stays as it was.
+        checkedLength(bytes);
         Output output(text, leadBytes(bytes));
         while (!bytes.empty()) {
             decodeUsual(bytes, output);
@@ -105,7 +107,7 @@ private:
             text.resize(size_ + expected);
         }
         // What has grown is nobody else's, so cutting it back does not allocate.
-        ~Output() {
+        ~Output() { // NOLINT(bugprone-exception-escape)
             if (size_ != text_.size())
                 text_.resize(size_);
         }
