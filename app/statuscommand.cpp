@@ -72,10 +72,10 @@ void addTokenOnly(std::vector<Row>& rows, const CertListPackage& package, const 
             const auto same = wanted.find(container);
             if (same != wanted.end() && isSame(same->second.item.certificate, item.certificate))
                 continue;
-            const auto entry = std::find_if(rows.begin(), rows.end(), [&](const Row& row) {
-                return row.container == container && row.inStore &&
-                       isSame(*row.inStore, item.certificate);
-            });
+            const auto holdsIt = [&name = container, &cert = item.certificate](const Row& row) {
+                return row.container == name && row.inStore && isSame(*row.inStore, cert);
+            };
+            const auto entry = std::find_if(rows.begin(), rows.end(), holdsIt);
             if (entry == rows.end())
                 rows.push_back({container, State::tokenOnly, item, std::nullopt});
             else
