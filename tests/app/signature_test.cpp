@@ -72,7 +72,7 @@ TEST_F(SignedModule, IsNotLoadedThroughALinkToWhatTheLoaderWouldNotOpen) {
         module = signedFile(L"link.dll");
     else if (!CreateSymbolicLinkW(module.c_str(), target.c_str(),
                                   SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE))
-        GTEST_SKIP() << "this user may not make links";
+        GTEST_SKIP() << "making links takes a privilege, or the system's developer mode";
     EXPECT_THAT(syncWithoutPermission(),
                 EndsWithCode(3, HasSubstr("a name that means another file to Windows")));
     EXPECT_EQ(calls(), "");
