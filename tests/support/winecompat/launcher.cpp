@@ -65,6 +65,10 @@ HANDLE inheritable(DWORD standardHandle) {
     return handle;
 }
 
+bool hasConsole() {
+    return GetConsoleCP() != 0;
+}
+
 struct Program {
     Handle process;
     Handle mainThread;
@@ -78,9 +82,12 @@ Program startSuspended(wchar_t* commandLine) {
     startup.hStdOutput = inheritable(STD_OUTPUT_HANDLE);
     startup.hStdError = inheritable(STD_ERROR_HANDLE);
     PROCESS_INFORMATION started{};
+    // Whoever starts the launcher without a console wants none for the program either; Windows
+    // would make one, and Wine a process that serves it and inherits the streams.
+    const DWORD creationFlags = CREATE_SUSPENDED | (hasConsole() ? 0 : DETACHED_PROCESS);
     const auto start = [&] {
-        return CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, CREATE_SUSPENDED,
-                              nullptr, nullptr, &startup, &started);
+        return CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, creationFlags, nullptr,
+                              nullptr, &startup, &started);
     };
     // On a busy machine Wine fails so once in thousands of times.
     constexpr int tries = 5;
