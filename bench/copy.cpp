@@ -6,6 +6,7 @@
 #include "certitem.h"
 #include "certstoreupdatererror.h"
 #include "der.h"
+#include "pkcs11error.h"
 
 #include <map>
 #include <optional>
@@ -116,21 +117,40 @@ public:
     std::unique_ptr<StandardEvent> parent;
 };
 
-void addEvents() {
-    const wchar_t csp[] = L"Provider for the Company's Cards";
-    const wchar_t container[] = L"CKAIDHEX:0123456789ABCDEF0123456789ABCDEF01234567";
-    const wchar_t file[] = L"src\\certstorehelper.cpp";
-    using pkcs11::certstoreupdater::CertStoreUpdaterError_SetKeyProviderInfoFailed;
-    CertStoreUpdaterError_SetKeyProviderInfoFailed event(file, 100);
-    event.setParam(L"CSP", csp).setParam(L"CONTAINER", container);
-    compare("copyevent", library, 1, copyOf(event));
+std::wstring standardText(const buffer::Buffer<wchar_t>& text) {
+    return {text.begin(), text.end()};
+}
 
+StandardEvent standardEventOf(const korv::GenericEvent& event) {
     StandardEvent standard;
     standard.name = event.what();
-    standard.file = file;
-    standard.line = 100;
-    standard.params = {{L"CSP", csp}, {L"CONTAINER", container}};
-    compare("copyevent", "std::exception of std::wstring", 1, copyOf(std::move(standard)));
+    standard.file = standardText(event.file());
+    standard.line = event.line();
+    for (const auto& [key, value] : event.params())
+        standard.params.emplace_back(standardText(key), standardText(value));
+    if (event.parent())
+        standard.parent = std::make_unique<StandardEvent>(standardEventOf(*event.parent()));
+    return standard;
+}
+
+template <class Event>
+void addEvent(const char* work, const Event& event) {
+    compare(work, library, 1, copyOf(event));
+    compare(work, "std::exception of std::wstring", 1, copyOf(standardEventOf(event)));
+}
+
+void addEvents() {
+    using pkcs11::certstoreupdater::CertStoreUpdaterError_SetKeyProviderInfoFailed;
+    CertStoreUpdaterError_SetKeyProviderInfoFailed bindingFailed(L"src\\certstorehelper.cpp", 100);
+    bindingFailed.setParam(L"CSP", L"Provider for the Company's Cards")
+        .setParam(L"CONTAINER", L"CKAIDHEX:0123456789ABCDEF0123456789ABCDEF01234567");
+    addEvent("copyevent", bindingFailed);
+
+    korv::GenericEvent reason("ModuleNotLoaded", L"pkcs11\\src\\modulelibrary.cpp", 50, 0);
+    reason.setParam(L"MODULE", L"C:\\Program Files\\Company\\cards.dll").setParam(L"ERROR", L"126");
+    pkcs11::Pkcs11Error_CryptokiError notLoaded(L"pkcs11\\src\\cklibrary.cpp", 60);
+    notLoaded.setParent(reason).setParam(L"CRYPTOKY_ERROR_CODE", L"5");
+    addEvent("copyeventwithparent", notLoaded);
 }
 
 } // namespace

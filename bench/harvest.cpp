@@ -4,6 +4,7 @@
 #include "pkcs11helper.h"
 #include "softtoken.h"
 
+#include <cstdlib>
 #include <map>
 #include <memory>
 
@@ -65,6 +66,32 @@ void addReading(const char* contender, std::size_t certificates, Read read) {
     });
 }
 
+/// By the clock: a program's time is not this process's.
+void addProgram(const char* contender, const std::string& command, std::size_t certificates) {
+    const std::string name =
+        std::string("readtoken/") + contender + "/" + std::to_string(certificates);
+    const std::string silent = command + " >/dev/null 2>&1";
+    benchmark::RegisterBenchmark(name.c_str(), [certificates, silent](benchmark::State& state) {
+        tokenOf(certificates).select();
+        for ([[maybe_unused]] auto _ : state)
+            if (std::system(silent.c_str()) != 0)
+                state.SkipWithError("the program failed");
+    })->UseRealTime();
+}
+
+void addPrograms(std::size_t certificates) {
+    const std::string module = SoftToken::module();
+    const std::string pin = SoftToken::pin;
+    addProgram(library, BENCH_READTOKEN " " + module + " " + pin, certificates);
+    addProgram("p11tool",
+               "p11tool --provider=" + module + " --login --set-pin=" + pin + " --list-all-certs",
+               certificates);
+    addProgram("pkcs11-tool",
+               "pkcs11-tool --module " + module + " --login --pin " + pin +
+                   " --list-objects --type cert",
+               certificates);
+}
+
 } // namespace
 
 void addHarvesting() {
@@ -74,6 +101,8 @@ void addHarvesting() {
         addReading("bare Cryptoki calls", certificates,
                    [](const Reader& reader) { return reader.readBare(); });
     }
+    for (const std::size_t certificates : {20u, 100u, 1'000u})
+        addPrograms(certificates);
 }
 
 } // namespace bench

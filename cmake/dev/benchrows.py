@@ -56,6 +56,8 @@ ROWS = [
     Row("decode", "decode a certificate", CERTIFICATES, {0: THIRD}, 1,
         floor="Checking the elements is nearly all of the work; the rest is one block, which is "
               "longer than what the allocator keeps at hand."),
+    Row("decodegrowing", "decode a certificate of {size} bytes", CERTIFICATES,
+        axis="bytes, nearly all of them extensions with 20 octets each"),
     Row("read", "decode, read and render a certificate", CERTIFICATES, {0: 0.5},
         floor="Two fifths of the instructions are the decode, a quarter the two texts, which take "
               "an allocation each; the rest is finding members, because each question is answered "
@@ -69,6 +71,7 @@ ROWS = [
     Row("copymap", "copy a map of {size} certificates", COPIES, {0: 1.0}, sizes=[1_000],
         axis="certificates in the map"),
     Row("copyevent", "copy an event", COPIES, {0: 1.0}),
+    Row("copyeventwithparent", "copy an event and its parent", COPIES, {0: 1.0}),
     Row("copyshort", "copy {size} characters", BUFFERS, {0: 1.0}, 0),
     Row("copylong", "copy {size} characters", BUFFERS, {0: 1.0}, 0, sizes=[1_000],
         axis="characters"),
@@ -105,6 +108,8 @@ ROWS = [
         floor="The calls take nearly all of the time; what is above them are the attributes, each "
               "in memory of its own, the decode, and the blocks that are kept, which make the "
               "module's own allocations slower than those of a caller who keeps half as much."),
+    Row("readtoken", "print the {size} certificates of a token, as a program", TOKEN,
+        sizes=[20, 1_000], axis="certificates with a key"),
     Row("classify", "classify {size} certificates by {size} keys", TOKEN, {0: 1.2},
         sizes=[10_000], axis="certificates, and as many keys"),
     Row("storeadd", "register {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
