@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Steps: commands with a name, a log and one line that tells how they went. To be sourced; the
+# Steps: commands with a name, a log, and one line that says how they ended. To be sourced; the
 # caller sets root to the checkout.
 : "${root:?}"
 
@@ -14,7 +14,7 @@ step() {
     try_step "$name" "$@" || fail_step "$name"
 }
 
-# try_step NAME COMMAND...: the same, but leaves it to the caller what a failure means.
+# try_step NAME COMMAND...: the same, but returns the command's status instead of ending the program.
 try_step() {
     local name=$1 log start=$SECONDS ticker status=0
     shift
@@ -35,11 +35,11 @@ try_step() {
     return "$status"
 }
 
-# once NAME FILE... -- COMMAND...: a step that is skipped while the files are what they were when
-# it last succeeded.
+# once NAME RESULT FILE... -- COMMAND...: a step that is skipped while the result exists and the files
+# are what they were when the step last succeeded.
 once() {
-    local name=$1 files=() stamp print
-    shift
+    local name=$1 result=$root/$2 files=() stamp print
+    shift 2
     while [[ $1 != -- ]]; do
         files+=("$1")
         shift
@@ -47,7 +47,7 @@ once() {
     shift
     stamp=$stamp_folder/${name// /-}
     print=$(cd "$root" && sha256sum "${files[@]}")
-    if [[ -f $stamp && $(<"$stamp") == "$print" ]]; then
+    if [[ -e $result && -f $stamp && $(<"$stamp") == "$print" ]]; then
         report_step "$name" skipped 0
         return
     fi
@@ -83,14 +83,15 @@ fail_step() {
     exit 1
 }
 
-# Says every second (on a terminal) or every half minute (elsewhere) how far a step is.
+# Prints the progress of a step every second on a terminal, every half minute elsewhere.
 show_progress() {
     local name=$1 log=$2 start=$SECONDS pause=30 form='%-36s %s %d s ...\n'
     if [[ -t 1 ]]; then
         pause=1
         form='\r\e[K%-36s %s %d s'
     fi
-    # Waits on a pipe that never speaks: no child process is left behind when this one is killed.
+    # Waits by reading a pipe that nobody writes to. A sleep would outlive this process when it is
+    # killed.
     exec 8>&- 7<> <(:)
     while true; do
         read -r -t "$pause" -u 7 || true
@@ -99,7 +100,7 @@ show_progress() {
     done
 }
 
-# How far the tools say they are: ninja and ctest count, apt names packages in three rounds.
+# The progress according to the log: ninja and ctest count; apt names each package three times.
 progress_in() {
     awk '
         / newly installed,/ { total = 3 * $3; seen = 0 }
