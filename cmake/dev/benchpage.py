@@ -35,6 +35,11 @@ HOW = """## How it is measured
 """
 
 
+def sentence(text):
+    """With a capital at the beginning; str.capitalize would also turn ASCII into Ascii."""
+    return text[:1].upper() + text[1:]
+
+
 def versions(context):
     names = ["OpenSSL", "GnuTLS", "mbedTLS", "Botan", "NSS", "libksba", "libtasn1"]
     return ", ".join(f"{name} {context[name].split()[0]}" for name in names if name in context)
@@ -73,7 +78,7 @@ def floors(rows):
         return
     yield "What keeps the rows that miss their goal from it:\n"
     for row, size in missed:
-        yield f"- {row.label(size).capitalize()}: {row.floor or 'not known yet.'}"
+        yield f"- {sentence(row.label(size))}: {row.floor or 'not known yet.'}"
 
 
 def all_contenders(measurements):
@@ -82,7 +87,7 @@ def all_contenders(measurements):
             entries = measurements.contenders(row.work, size)
             if not entries:
                 continue
-            yield f"\n### {row.label(size).capitalize()}\n"
+            yield f"\n### {sentence(row.label(size))}\n"
             yield "| who | time | allocations | instructions |"
             yield "|---|---|---|---|"
             for name, sample in entries:
@@ -185,7 +190,7 @@ def write_page(docs, measurements, rows, machine, seconds):
             title = row.title.replace("{size}", "…")
             file = f"bench-growth-{row.work}.svg"
             (images / file).write_text(charts.lines(title, row.axis, series))
-            page.append(f"### {title.capitalize()}\n\n![{title}](images/{file})\n")
+            page.append(f"### {sentence(title)}\n\n![{title}](images/{file})\n")
     page.extend(million(measurements))
     page.append("")
     page.extend(memory_section(measurements.context))

@@ -1,16 +1,16 @@
-"""Charts as small SVG files whose lines stay the same as long as their numbers do."""
+"""Charts as small SVG files, whose text changes only where a number does."""
 
 import math
 from html import escape
 
-# Colours that can be told apart by everybody, on light and dark pages.
+# Colours that colour-blind people can tell apart too, on light and dark pages.
 COLOURS = ["#0072b2", "#d55e00", "#009e73", "#cc79a7", "#e69f00", "#56b4e9", "#8c6d31", "#7f7f7f"]
 FONT = "font-family='sans-serif' font-size='12'"
 INK = "#808080"
 
 
 def number(value):
-    """Three digits, with a unit prefix of its own for none."""
+    """A number with three significant digits."""
     if value == 0:
         return "0"
     digits = max(0, 2 - math.floor(math.log10(abs(value))))

@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """Prints and checks what the tests executed: coverage.py BUILD...
 
-BUILD is a folder of a build that counts, after its tests ran. A line or branch counts as executed
-if it was in any of the builds. Ends with 1 if, in a room that coverage.floors does not name, a line
-or branch is not executed that coverage.unreached does not list with a reason, if what is listed
-there is executed or gone, or if a room has less than its floor.
+BUILD is the folder of a build that counts, after its tests ran. A line or branch counts as executed
+if any of the builds executed it. Ends with 1 if
 
-Counted are branches of decisions. The edges that each call has for an exception are not, nor is
-what stands in the way of an exception alone: the compiler's own cleaning up.
+- a line or branch is not executed, and coverage.unreached does not list it with a reason (rooms in
+  coverage.floors are exempt),
+- coverage.unreached lists something that is executed or no longer exists, or
+- a room is below its percentages in coverage.floors.
+
+Only branches of decisions count. The edge that GCC adds to each call for an exception does not, nor
+does the compiler's own clean-up code, which only exceptions reach.
 """
 
 import json
@@ -23,9 +26,9 @@ PROJECT = Path(__file__).resolve().parents[2]
 RULES = Path(__file__).resolve().parent
 ROOMS = ("util", "asn1", "pkcs11", "include", "src", "app")
 KINDS = ("lines", "branches")
-# One run of gcov reads so many files.
+# How many files one run of gcov reads.
 BATCH = 50
-# These stand for the end of what stands above them.
+# Lines like these only end what is above them.
 NO_CODE = re.compile(r"[\s{}();]*")
 
 
@@ -51,7 +54,7 @@ def gcov_reports(build, tool):
 
 
 def decided(branches):
-    """The counts of branches that are not about exceptions: what a call that may throw adds are two
+    """The counts of branches that have nothing to do with exceptions. A call that may throw adds two
     edges, one for going on and one for the exception."""
     counts = []
     position = 0
@@ -68,16 +71,15 @@ def decided(branches):
 
 
 def decisions(counts, text):
-    """The branches by the decision that they belong to: two each, all of a switch together. One of
-    which no branch was taken stands where only an exception leads, or behind a branch that is told
-    of itself."""
+    """The branches, grouped by decision: two each, or all of a switch. A decision of which no branch
+    was taken is left out: only an exception leads there, or a branch that is reported itself."""
     size = len(counts) if text.startswith("switch") or len(counts) % 2 else 2
     groups = [counts[first:first + size] for first in range(0, len(counts), size or 1)]
     return [group for group in groups if any(group)]
 
 
 class Line:
-    """What all functions that were made of a line executed of it."""
+    """What was executed of a line, by all functions that were compiled from it."""
 
     def __init__(self):
         self.functions = defaultdict(list)
@@ -103,7 +105,7 @@ class Line:
 
 
 def executed_lines(builds):
-    """By file of the project, relative to it, and number: the lines that have code."""
+    """The lines that have code, by file (relative to the project) and number."""
     files = defaultdict(lambda: defaultdict(Line))
     for build in builds:
         tool = "x86_64-w64-mingw32-gcov-posix" if is_for_windows(build) else "gcov"
@@ -114,7 +116,7 @@ def executed_lines(builds):
             if name.split("/")[0] not in ROOMS:
                 continue
             for line in lines:
-                # Another compiler makes another function.
+                # Each compiler makes its own function.
                 function = tool, line.get("function_name")
                 files[name][line["line_number"]].add(function, line["count"],
                                                      decided(line["branches"]))
@@ -140,7 +142,7 @@ class Room:
 
 
 class Place(NamedTuple):
-    """What was not executed."""
+    """A place that was not executed."""
     file: str
     number: int
     texts: list[str]  # of the line above and of the line itself
@@ -169,7 +171,7 @@ def evaluate(files):
 
 
 def entries(file):
-    """The lines of a file but for remarks, each with the remarks above its paragraph."""
+    """The lines of a file without its comments, each with the comments above its paragraph."""
     remarks = []
     for line in (RULES / file).read_text(encoding="utf-8").splitlines():
         if line.startswith("#"):
@@ -181,9 +183,9 @@ def entries(file):
 
 
 class Unreached:
-    """An entry of coverage.unreached: a file, and a line's text in which * is any text, or that of
-    the line above and its own with " \\n " between. One that begins with "natively" is executed
-    by the tests for Windows."""
+    """An entry of coverage.unreached: a file and the text of a line, in which * is any text. The text
+    of the line above and " \\n " may come first. An entry that begins with "natively" is executed by
+    the tests for Windows."""
 
     def __init__(self, entry, remarks):
         self.entry = entry
@@ -204,11 +206,11 @@ def unexplained(missing, files, with_windows, floors):
             yield f"coverage.unreached gives no reason for: {entry.entry}"
         used = any(map(entry.matches, missing))
         if with_windows and entry.natively and used:
-            yield f"coverage.unreached says that the tests for Windows execute: {entry.entry}"
-        # Of a file that is for Windows alone a native build knows nothing.
+            yield f"the tests for Windows do not execute, against coverage.unreached: {entry.entry}"
+        # A native build knows nothing of a file that is compiled for Windows only.
         if not used and (entry.file in files or with_windows) \
                 and not (with_windows and entry.natively):
-            yield f"coverage.unreached lists what is executed or gone: {entry.entry}"
+            yield f"coverage.unreached lists a line that is executed or gone: {entry.entry}"
     for place in missing:
         if place.file.split("/")[0] not in floors and \
                 not any(entry.matches(place) for entry in explained):
@@ -246,7 +248,7 @@ def main(builds):
     complaints = list(unexplained(missing, files, with_windows, floors))
     if with_windows:
         complaints += below_floors(rooms, floors)
-    print("\n".join(complaints) or "what is not executed is listed with a reason")
+    print("\n".join(complaints) or "all is executed, or listed with a reason")
     if "app" in rooms:
         print("\nnot executed of the program:")
         for place in missing:

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Runs the fuzz targets: fuzz.py SECONDS
 
-The seconds are shared out among the targets, which run on all processors. A target begins with its
-seeds, with the inputs kept in fuzz/corpus and with those that earlier runs added in
-build/fuzz/inputs, where new ones go too. Prints a line for each target when it has ended. Ends with
-1, and says where the input lies and how to run it again, if a target found something.
+The seconds are divided among the targets, which run on all processors. A target starts with its
+seeds, the inputs kept in fuzz/corpus, and those that earlier runs added to build/fuzz/inputs, where
+new ones go too. Prints a line for each target when it ends. If a target found something, prints the
+path of the input and how to run it again, and ends with 1.
 """
 
 import os
@@ -17,7 +17,7 @@ from pathlib import Path
 BUILD = Path("build/fuzz")
 FINDINGS = BUILD / "findings"
 LOGS = Path("build/logs")
-# Targets that read the same kind of thing share the words for it.
+# Targets that read the same kind of input share a dictionary.
 DICTIONARIES = {"ber": "asn1", "certificate": "asn1", "names": "asn1", "openssl": "asn1",
                 "cspbinding": "utf8", "utf8": "utf8", "hostilemodule": "hostilemodule"}
 COLUMNS = "{:14}{:>8}{:>12}{:>9}{:>7}{:>8}{:>10}"

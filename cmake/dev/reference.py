@@ -1,14 +1,13 @@
 #!/usr/bin/env python3
-"""Makes the program's reference from what the program says itself.
+"""Makes the program's reference from the program's own help: reference.py [--check] FILE README
 
-reference.py [--check] FILE README: writes FILE from --help and from every command's --help, and the
-exit codes between two marks of README; with --check compares instead, and ends with 1 and the
-difference if one of them is not what would be written.
+Writes FILE from --help and every command's --help, and the exit codes between two marks in README.
+With --check it compares instead: it prints the differences and ends with 1 if there are any.
 Environment: CSU_BUILD, CSU_WINE.
 
-Help is blocks between empty lines. A block whose first line ends with a colon and stands alone has
-a title (Options:, Examples:, ...); indented lines are a term, two blanks and what it means, or go
-on with what the line before began.
+Help consists of blocks with empty lines between them. A block whose first line ends with a colon has
+a title (Options:, Examples:, ...). An indented line is a term, two blanks and its meaning, or
+continues the line before it.
 """
 
 import difflib
@@ -36,7 +35,7 @@ def help_of(*arguments):
 
 @dataclass
 class Block:
-    """What stands between two empty lines."""
+    """The lines between two empty lines."""
     title: str = ""
     text: list = field(default_factory=list)     # lines that are not indented
     lines: list = field(default_factory=list)    # those that are, as they stand
@@ -86,7 +85,7 @@ class Help:
 # --- Markdown ---------------------------------------------------------------------------------
 
 def marked(text):
-    """Running text: options as code, names of documents as links."""
+    """Prose with options as code and names of documents as links."""
     text = re.sub(r"([\\`*_<>|])", r"\\\1", text)
     text = re.sub(rf'"({PROGRAM} [^"]*)"', r"`\1`", text)
     text = re.sub(r"(?<![\w`-])(--[a-z][a-z-]*)(?![^`]*`)", r"`\1`", text)
@@ -145,7 +144,8 @@ class Reference:
         self.shared_details = self.details_of_shared_options()
 
     def shared_options(self):
-        """Groups that several commands have: what most of them say, and which these are."""
+        """Groups of options that several commands have: the entries that most of them show, and the
+        commands that do."""
         variants = defaultdict(lambda: defaultdict(list))
         for name, command in self.commands.items():
             for title, entries in command.options().items():
@@ -156,7 +156,7 @@ class Reference:
                 if len(names) > 1}
 
     def details_of_shared_options(self):
-        """Paragraphs that exactly the commands of such a group have, by its title."""
+        """Paragraphs that all commands of such a group have and no others, by the group's title."""
         commands_of = defaultdict(list)
         for name, command in self.commands.items():
             for block in command.details:
@@ -190,7 +190,7 @@ class Reference:
                                            in self.main.entries("Exit codes")])
 
     def purpose(self):
-        """The summary up to its first comma, as a word about the program."""
+        """The summary up to its first comma."""
         purpose = " ".join(self.main.summary).split(", ")[0]
         return marked(purpose[:1].lower() + purpose[1:])
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Shows headers and documents as the reference needs them, for Doxygen: referencefilter.py FILE
+"""Prepares a header or document for Doxygen: referencefilter.py FILE
 
-Protected members are for the library's own derived classes, so they count as private. Copying and
-moving need no words of their own. Links to what is not in the reference become text, and links to
-a chapter lead to its document.
+Protected members become private, because only the library's own classes derive. Copy and move
+operations are left out, because they need no comment. Links to something outside the reference become
+text, and links to a chapter become links to its document.
 """
 
 import re
@@ -37,7 +37,7 @@ def shown_link(match):
 
 def main(file):
     text = Path(file).read_text(encoding="utf-8")
-    # Lines stay where they are: complaints name them.
+    # Line numbers stay the same: Doxygen's warnings name them.
     if file.endswith(".md"):
         sys.stdout.write(LINK.sub(shown_link, text))
     else:

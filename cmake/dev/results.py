@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
 """Adds up test results: results.py [--filtered] NAME=BUILD_FOLDER...
 
-Every test that a build folder declares counts, also one that was not run unless the run was
-filtered: a GoogleTest program by what its JSON file says, a
-program without one (it crashed, or could not start) as one failure, a script as one test. Prints
-the failures, a table of rooms and builds, and the totals. Ends with 1 if a test failed or none
-was run.
+Counts every test that a build folder declares. A GoogleTest program counts as the tests in its JSON
+file, or as one failure if it has none because it crashed or did not start; a script counts as one
+test. A test that was not run is a failure, unless the run was filtered. Prints the failures, a table
+of rooms and builds, and the totals. Ends with 1 if a test failed or none was run.
 """
 
 import json
@@ -47,7 +46,7 @@ def declared_tests(build):
 
 
 def outcomes(build):
-    """What ctest itself saw: status and output of every test that it ran."""
+    """The status and the output of every test that ctest ran."""
     return {case.get("name"): (case.get("status"), case.findtext("system-out") or "")
             for report in (build / "test-results").glob("*.xml")
             for case in ElementTree.parse(report).getroot().iter("testcase")}
@@ -78,7 +77,7 @@ def count_program(file, status, output, complain):
                 count.passed += 1
     if status != "run" and not count.failed:
         count.failed = 1
-        complain("all tests passed, but the program did not end well\n" + tail(output))
+        complain("all tests passed, but the program ended with an error\n" + tail(output))
     return count
 
 

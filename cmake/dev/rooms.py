@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks which room includes what: rooms.py FILE...
+"""Checks what each room includes: rooms.py FILE...
 
-A room may include headers of its own and of the rooms below it. The system's Windows header is for
-the files that talk to Windows, and for tests; everything else builds on every platform.
+A room may include its own headers and those of the rooms below it. Windows headers are only for the
+files that use the Windows API, and for tests; all other files compile on every platform.
 """
 
 import re
@@ -32,7 +32,7 @@ def room_of(path):
 
 
 def maker_of(header, room):
-    """The room itself, if the build makes the header of a template there."""
+    """The room itself, if the build generates the header there from a template."""
     return room if Path(room, header + ".in").is_file() else None
 
 
@@ -44,7 +44,7 @@ def complaints(files):
         for match in INCLUDE.finditer(Path(file).read_text(encoding="utf-8")):
             quote, header = match.groups()
             if WINDOWS_HEADER.fullmatch(header) and not WINDOWS_FILES.fullmatch(file):
-                yield f"{file}: {header} is not for this file"
+                yield f"{file}: only files that use the Windows API may include {header}"
             if quote == "<" or room not in BELOW:
                 continue
             other = owner.get(PurePosixPath(header).name) or maker_of(header, room)
@@ -54,12 +54,12 @@ def complaints(files):
                 yield f"{file}: {room} is below {other} and may not include {header}"
             elif (PurePosixPath(file).stem in WITHOUT_TOKENS_AND_CERTIFICATES
                   and other in {"asn1", "pkcs11"}):
-                yield f"{file}: needs nothing of {other}, but includes {header}"
+                yield f"{file}: may use util only, but includes {header} of {other}"
 
 
 def main(files):
     found = list(complaints(files))
-    print("\n".join(found) or f"{len(files)} files keep to their rooms")
+    print("\n".join(found) or f"{len(files)} files include only what they may")
     return 1 if found else 0
 
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Puts the test programs of a Windows build into one zip: testbundle.py BUILD ZIP
 
-Whoever has a Windows machine unpacks it, runs runtests.exe and sends report.txt back; no tools are
-needed there. Only programs are taken: tests that are scripts look at the build, not at Windows.
+It runs on a Windows machine without any tools: unpack it, run runtests.exe, and send report.txt back.
+Only test programs are included; tests that are scripts check the build, not Windows.
 """
 
 import concurrent.futures
@@ -18,24 +18,24 @@ PROJECT = Path(__file__).resolve().parents[2]
 COMPILER = "x86_64-w64-mingw32-g++-posix"
 STRIP = "x86_64-w64-mingw32-strip"
 RUN_TIME = ["libgcc_s_seh-1.dll", "libssp-0.dll", "libstdc++-6.dll", "libwinpthread-1.dll"]
-# Made of the others, or for looking at with the build's own tools.
+# Copies of other programs, and programs that only the build's own tools use.
 LEFT_OUT = ("heapchecked-", "heapdefects", "unhardened", "barecalls", "updatebench", "showstore",
             "signee")
 
 README = """\
 Tests of the certificate store updater on Windows
 
-Use a 64-bit Windows 10 or 11 that may be spoilt, best a virtual machine: the tests register fake
-cryptographic providers, trust a test authority for the length of a test, and write certificate
-stores of their own and entries of a made-up provider into the personal store. They remove all of
-that, unless they are broken off.
+Use a 64-bit Windows 10 or 11 that you can afford to break, preferably a virtual machine: the tests
+register fake cryptographic providers, trust a test authority during a test, create certificate stores
+of their own, and add entries of a made-up provider to the personal store. They remove all of that,
+unless they are interrupted.
 
-1. Unpack everything into a folder whose path is short and may be written.
-2. Open a command prompt as administrator, go there, and run:  runtests.exe
-3. Send report.txt back; if a program broke off, the folder results as well.
+1. Unpack everything into a writable folder with a short path.
+2. Open a command prompt as administrator, go to that folder, and run:  runtests.exe
+3. Send back report.txt and, if a program broke off, the folder results.
 
-It takes a few minutes. With names behind it, as in "runtests.exe util_test asn1_test", only these
-programs run. Tests that this Windows does not allow say why they are skipped.
+It takes a few minutes. To run only some programs, name them: runtests.exe util_test asn1_test. Tests
+that cannot run on your Windows are skipped and say why.
 """
 
 
@@ -70,8 +70,8 @@ def collect(build, folder):
     images[binaries / "runtests.exe"] = folder / "runtests.exe"
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         list(pool.map(lambda pair: add_stripped(*pair), images.items()))
-    # Not stripped, which would break their signatures, and with a new time: Wine takes it for that
-    # of the signature, and in a zip it would be the second before.
+    # Stripping would break their signatures. They get a new time, because Wine takes a file's time
+    # for that of its signature, and the zip rounds times down.
     shutil.copytree(binaries / "signedfiles", folder / "bin" / "signedfiles",
                     copy_function=shutil.copy)
     shutil.copy2(PROJECT / "docs" / "certstoreupdate.schema.json", folder / "bin")

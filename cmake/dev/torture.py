@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Reports what was made to fail: torture.py RESULTS_FOLDER
+"""Reports what the torture tests made fail: torture.py RESULTS_FOLDER
 
-Reads the JSON that the torture tests have left there and prints a line for each kind of failure: the
-runs, what failed in them, and how many runs did not end as they should. Ends with 1 if one did not,
-or if there are no results.
+Reads the JSON files that the tests left there. Prints a line for each kind of failure: the number of
+runs, what failed in them, and how many runs ended wrongly. Ends with 1 if one did, or if there are no
+results.
 """
 
 import json
@@ -30,7 +30,7 @@ def main(folder):
     runs = 0
     failures = []
     for test in tests(folder):
-        # Also those outside of the runs, such as that a function was never called.
+        # Including failures outside the runs, such as that of a function that was never called.
         failures += [failure["failure"] for failure in test.get("failures", [])]
         if "torture" not in test:
             continue
