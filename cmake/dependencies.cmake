@@ -1,8 +1,8 @@
-# What is not ours, as targets of the one namespace deps::. Debian serves the native build;
-# the cross build finds its headers and libraries under build/deps/windows (see cmake/deps);
-# on Windows vcpkg or MSYS2 serve the same calls.
+# Other projects' libraries, as targets in the namespace deps::. The native build takes them from
+# Debian, the cross build from build/deps/windows (see cmake/deps), and builds on Windows from vcpkg or
+# MSYS2.
 
-# An INTERFACE target for a tree of headers without a library.
+# An INTERFACE target for headers without a library.
 function(add_header_dependency name header)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "PATH_SUFFIXES")
   find_path(${name}_INCLUDE_DIR "${header}" PATH_SUFFIXES ${arg_PATH_SUFFIXES} REQUIRED)
@@ -16,7 +16,7 @@ add_header_dependency(cli11 CLI/CLI.hpp)
 add_header_dependency(nlohmann_json nlohmann/json.hpp)
 
 set(Boost_USE_STATIC_LIBS ${WIN32})
-# All that Filesystem 1.81 needs of other parts is headers.
+# CMake does not know what Filesystem 1.81 depends on, and need not: the dependencies are header-only.
 set(Boost_NO_WARN_NEW_VERSIONS ON)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
 add_library(deps_boost_headers INTERFACE)
@@ -34,12 +34,12 @@ add_library(deps::boost_filesystem ALIAS deps_boost_filesystem)
 
 if(BUILD_TESTING)
   add_header_dependency(valijson valijson/validator.hpp)
-  # Without, what it cannot use ends the program.
+  # Otherwise it ends the program on an error.
   target_compile_definitions(deps_valijson INTERFACE VALIJSON_USE_EXCEPTIONS=1)
 
   set(googletest_sources /usr/src/googletest)
   if(EXISTS "${googletest_sources}/CMakeLists.txt")
-    # Compiled with the flags of this build, so that sanitizers see all of a test program.
+    # Compiled with the flags of this build, so that sanitizers check all of a test program.
     set(INSTALL_GTEST OFF)
     add_subdirectory("${googletest_sources}" "${PROJECT_BINARY_DIR}/googletest"
       EXCLUDE_FROM_ALL SYSTEM)

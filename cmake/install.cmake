@@ -1,5 +1,5 @@
-# What is installed, and the packages that cpack makes of it: a zip and an installer. Everything is
-# one tree, so that a program is built against the folder in which its DLLs already lie.
+# What is installed, and the packages that cpack makes of it: a zip and an installer. Everything is in
+# one tree, so a program is built against the same folder that has the DLLs it needs.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -11,13 +11,13 @@ target_include_directories(certstoreupdater INTERFACE
   "$<INSTALL_INTERFACE:${headers_folder}>")
 install(TARGETS certstoreupdater updater EXPORT certstoreupdater)
 
-# The headers of the exported classes and those that they include; none of them needs a header of
-# PKCS #11.
+# The headers of the exported classes and those that they include. None of them needs a PKCS #11
+# header.
 install(DIRECTORY include/ util/include/ asn1/include/ DESTINATION "${headers_folder}")
 install(FILES pkcs11/include/cklibrary.h pkcs11/include/pkcs11error.h
   DESTINATION "${headers_folder}")
 
-# Callers of any 1.x find this one if it is not older than what they ask for.
+# Fits callers who ask for this version or an older one of the same major version.
 configure_package_config_file(cmake/certstoreupdaterConfig.cmake.in certstoreupdaterConfig.cmake
   INSTALL_DESTINATION "${package_folder}" NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(certstoreupdaterConfigVersion.cmake
@@ -29,7 +29,7 @@ install(FILES
 install(EXPORT certstoreupdater
   FILE certstoreupdaterTargets.cmake NAMESPACE certstoreupdater:: DESTINATION "${package_folder}")
 
-# What a user of the installed files reads; the links between these documents hold.
+# The documents for users. They link to each other only.
 install(FILES CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES
   docs/certstoreupdate.md
@@ -42,13 +42,13 @@ install(FILES
 install(DIRECTORY docs/examples DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
   FILES_MATCHING PATTERN "*.cpp")
 
-# install_licence(<what> <folder>...): a licence as the system that builds this keeps it.
+# install_licence(<what> <folder>...): installs a licence that one of the folders has.
 function(install_licence what)
   find_file(LICENCE_OF_${what} copyright PATHS ${ARGN} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
   if(LICENCE_OF_${what})
     install(FILES "${LICENCE_OF_${what}}" RENAME "${what}.txt" DESTINATION "${licences_folder}")
   else()
-    message(WARNING "The licence of ${what} is not found: do not give away what is installed.")
+    message(WARNING "The licence of ${what} was not found: do not distribute what is installed.")
   endif()
 endfunction()
 
@@ -68,7 +68,7 @@ if(MINGW)
     if(NOT IS_ABSOLUTE "${file}")
       set(file "${compiler_folder}/${dll}")
     endif()
-    # Without its symbols libstdc++ is a tenth as long; the date in it stays.
+    # Stripped, because most of libstdc++ is symbols.
     set(stripped "${PROJECT_BINARY_DIR}/runtime/${dll}")
     file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/runtime")
     execute_process(COMMAND "${CMAKE_STRIP}" --preserve-dates -o "${stripped}" "${file}"
@@ -103,6 +103,6 @@ set(CPACK_NSIS_PACKAGE_NAME "Certificate store updater")
 set(CPACK_NSIS_DISPLAY_NAME "Certificate store updater ${PROJECT_VERSION}")
 set(CPACK_NSIS_INSTALL_ROOT "$PROGRAMFILES64")
 set(CPACK_NSIS_ENABLE_UNINSTALL_BEFORE_INSTALL ON)
-# The 32-bit program that NSIS makes by default stores what a 64-bit program looks for elsewhere.
+# By default NSIS makes a 32-bit installer, whose registry entries 64-bit programs do not find.
 set(CPACK_NSIS_DEFINES "Target amd64-unicode")
 include(CPack)

@@ -1,6 +1,6 @@
-# Checks and counters compiled into everything, the test framework included, as the preset asks.
+# Checks and counters that presets compile into everything, including the test framework.
 if(MSVC)
-  # The program's manifest is among its resources; the linker would add a second one.
+  # The program has its manifest among its resources; the linker would add a second one.
   add_link_options(/MANIFEST:NO)
   return()
 endif()
@@ -13,7 +13,7 @@ if(CERTSTOREUPDATER_SANITIZERS)
 endif()
 
 if(CERTSTOREUPDATER_HARDENED_TESTS)
-  # There is no sanitizer run-time for mingw-w64, so undefined behaviour ends the program at once.
+  # mingw-w64 has no run-time library for sanitizers, so undefined behaviour just ends the program.
   add_compile_options(-fsanitize=undefined -fsanitize-undefined-trap-on-error
     -fstack-protector-strong)
   add_link_options(-fstack-protector-strong)
@@ -21,17 +21,17 @@ if(CERTSTOREUPDATER_HARDENED_TESTS)
 endif()
 
 if(CERTSTOREUPDATER_COVERAGE)
-  # Tests with threads would lose counts, and gcov would conclude negative ones.
+  # Without atomic updates, threads lose counts, and gcov derives negative ones.
   add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
 
 if(MINGW)
-  # Test programs full of templates outgrow the section count of plain COFF.
+  # Test programs with many templates have more sections than plain COFF allows.
   add_compile_options(-Wa,-mbig-obj)
-  # The same sources give the same bytes in whatever folder and at whatever time they are built;
-  # high-entropy addresses, dynamic base and no-execute are this linker's defaults.
+  # The same sources give the same bytes in any folder and at any time. High-entropy addresses, dynamic
+  # base and no-execute are this linker's defaults.
   add_link_options(-Wl,--no-insert-timestamp,--disable-auto-image-base)
-  # What is packaged carries no symbols.
+  # Packages have no symbols.
   add_link_options($<$<CONFIG:Release>:-s>)
 endif()

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs a Windows program under Wine with the project's own prefix: runwine.sh PROGRAM [ARGUMENT...]
+# Runs a Windows program under Wine, with the project's own prefix: runwine.sh PROGRAM [ARGUMENT...]
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -9,5 +9,5 @@ source "$root/cmake/wine.sh"
 use_wine_prefix
 [[ -f $WINEPREFIX/ready ]] || "$root/cmake/deps/wineprefix.sh"
 start_wine_server
-# Who stops the server asks for this lock, and so waits for every program that runs.
+# stop_wine_server takes this lock exclusively, so it stops no server that a program uses.
 exec flock --shared --close "$WINEPREFIX.lock" wine "$@"

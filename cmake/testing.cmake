@@ -1,19 +1,19 @@
-# How tests are declared. Every test finds in its environment
-#   CSU_BUILD          the build folder; programs and DLLs lie in its bin/
-#   CSU_WINE           what runs a Windows program (empty where nothing is needed)
+# How tests are declared. Every test has these variables in its environment:
+#   CSU_BUILD          the build folder; its bin/ has the programs and DLLs
+#   CSU_WINE           the command that runs a Windows program (empty if none is needed)
 #   CSU_SOFTHSM_DLL    SoftHSM as a Windows module
 #   CSU_NATIVE_SOFTHSM SoftHSM as a module of this system
-# with paths as a Windows program wants them in a Windows test program, else as the host writes them.
+# A Windows test program gets Windows paths; all other tests get the host's.
 
 set(CERTSTOREUPDATER_TEST_RESULTS "${PROJECT_BINARY_DIR}/test-results")
 find_file(CERTSTOREUPDATER_NATIVE_SOFTHSM libsofthsm2.so
   PATHS /usr/lib/softhsm /usr/lib/x86_64-linux-gnu/softhsm
   NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 
-# All test programs that have tests with several threads.
+# The test programs with tests that use several threads.
 add_custom_target(threadtests)
 
-# Writes a path of the host as Wine's programs see it.
+# The host's path as Windows programs see it under Wine.
 function(certstoreupdater_windows_path result path)
   if(WIN32 AND CMAKE_HOST_UNIX)
     set(path "Z:${path}")
@@ -21,7 +21,7 @@ function(certstoreupdater_windows_path result path)
   set(${result} "${path}" PARENT_SCOPE)
 endfunction()
 
-# The room that a test belongs to: the first folder under tests/.
+# The room that the current folder belongs to: the first folder below tests/.
 function(certstoreupdater_test_room result)
   file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}")
   string(REGEX REPLACE "/.*" "" room "${folder}")
@@ -31,14 +31,14 @@ endfunction()
 # certstoreupdater_add_test(<name> SOURCES file... [LIBRARIES target...]
 #                           [ENVIRONMENT key=value...] [DEPENDS target...] [SERIAL] [THREADS])
 #
-# A GoogleTest program and one test of the same name that runs all of it in one process and
-# leaves its results in test-results/<name>.json. SERIAL keeps other tests from running beside
-# it: for programs that change what all processes share, such as the registry. THREADS says that
-# it has tests with several threads: only these are tests in a build with the thread sanitizer.
+# A GoogleTest program, and one test of the same name that runs it in one process and leaves its
+# results in test-results/<name>.json. SERIAL keeps other tests from running at the same time, for
+# programs that change what all processes share, such as the registry. THREADS says that some of its
+# tests use several threads; a build with the thread sanitizer has no other tests.
 function(certstoreupdater_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL;THREADS" "" "SOURCES;LIBRARIES;ENVIRONMENT;DEPENDS")
   if(arg_UNPARSED_ARGUMENTS)
-    message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
+    message(FATAL_ERROR "${name}: unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
 
   add_executable(${name} ${arg_SOURCES})
@@ -68,11 +68,11 @@ endfunction()
 
 # certstoreupdater_add_script_test(<name> COMMAND command... [ENVIRONMENT key=value...] [SERIAL])
 #
-# A test that is a command: it passes if the command ends with 0, and counts as one test.
+# A command as one test, which passes if the command ends with 0.
 function(certstoreupdater_add_script_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "COMMAND;ENVIRONMENT")
   if(arg_UNPARSED_ARGUMENTS)
-    message(FATAL_ERROR "${name}: what is ${arg_UNPARSED_ARGUMENTS}?")
+    message(FATAL_ERROR "${name}: unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
   if(CERTSTOREUPDATER_SANITIZERS STREQUAL "thread")
     return()

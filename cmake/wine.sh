@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Wine as the project uses it, to be sourced: a prefix of its own under build/, one server for many
-# programs. The caller sets root to the checkout.
+# Wine with a prefix of the project's own under build/, and one server for many programs. To be sourced;
+# the caller sets root to the checkout.
 : "${root:?}"
 
 use_wine_prefix() {
@@ -9,15 +9,15 @@ use_wine_prefix() {
     export WINEDEBUG=${WINEDEBUG:--all}
     # Without the debugger a crash ends the program at once.
     export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winedbg.exe=d}
-    # Other locales than UTF-8 lose the file names that they cannot say.
+    # In other locales than UTF-8 Wine does not find all file names.
     export LC_ALL=C.UTF-8
-    # A program that comes with all its DLLs must find them without ours.
+    # For tests of packages: a program that comes with all its DLLs must not find others.
     [[ ! ${CSU_OWN_DLLS_ONLY-} ]] || return 0
     export WINEPATH
     WINEPATH=${WINEPATH:+$WINEPATH;}$(compiler_dll_folders)
 }
 
-# Where the compiler keeps the DLLs of its run-time library, as Wine writes paths.
+# The folders with the DLLs of the compiler's run-time library, as a Windows search path.
 compiler_dll_folders() {
     local dll file folders=
     for dll in libstdc++-6.dll libwinpthread-1.dll; do
@@ -27,19 +27,19 @@ compiler_dll_folders() {
     printf '%s' "$folders"
 }
 
-# Starts the server and Wine's services apart from the caller's standard streams: what they would
-# inherit they would keep open, and whoever reads the other end would wait for them. The server
-# ends by itself a minute after its last program.
+# Starts the server and Wine's services without the caller's standard streams. They would keep an
+# inherited pipe open, and whoever reads from it would wait for them to end. The server ends by itself
+# a minute after its last program.
 start_wine_server() {
     (
         flock 9
-        # Fails if there is a server already.
+        # Fails if the server runs already.
         wineserver -p60 9>&- || exit 0
         wine wineboot 9>&-
     ) 9>"$WINEPREFIX.start.lock" </dev/null >/dev/null 2>&1
 }
 
-# Stops the server of the project's prefix, unless a program of it still runs.
+# Stops the server of the project's prefix, unless a program still uses it.
 stop_wine_server() {
     flock --exclusive --nonblock "$WINEPREFIX.lock" wineserver -k </dev/null >/dev/null 2>&1 || true
 }
