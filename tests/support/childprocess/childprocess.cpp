@@ -1,60 +1,31 @@
-// Runs a Windows program as a child and gathers what it says.
+// Starts Windows programs as children of a test, and waits no longer for them than is sensible.
 #include "childprocess.h"
 
-#include <array>
-#include <memory>
+#include "sharedfile.h"
+
 #include <stdexcept>
-#include <string_view>
-#include <thread>
-#include <type_traits>
 
 namespace testsupport {
 
 namespace {
 
-struct CloseAnyHandle {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseAnyHandle>;
-
-/// A pipe of which the child gets one end.
-struct Pipe {
-    Handle readEnd;
-    Handle writeEnd;
-
-    Pipe() {
-        SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-        HANDLE ends[2] = {};
-        if (!CreatePipe(&ends[0], &ends[1], &inheritable, 0))
-            throw std::runtime_error("no pipe");
-        readEnd.reset(ends[0]);
-        writeEnd.reset(ends[1]);
-    }
-};
-
-void keepToOurselves(const Handle& handle) {
-    SetHandleInformation(handle.get(), HANDLE_FLAG_INHERIT, 0);
-}
-
-std::string readAll(const Handle& pipe) {
-    std::string text;
-    std::array<char, 4096> chunk{};
-    DWORD count = 0;
-    while (ReadFile(pipe.get(), chunk.data(), static_cast<DWORD>(chunk.size()), &count, nullptr) &&
-           count != 0)
-        text.append(chunk.data(), count);
-    return text;
-}
-
-/// A child that ends without reading is no error.
-void writeAll(const Handle& pipe, std::string_view text) {
-    DWORD written = 0;
-    while (!text.empty() &&
-           WriteFile(pipe.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr))
-        text.remove_prefix(written);
+std::string toUtf8(const std::wstring& text) {
+    const int size = static_cast<int>(text.size());
+    std::string utf8(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), size,
+                                                                  nullptr, 0, nullptr, nullptr)),
+                     '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), size, utf8.data(), static_cast<int>(utf8.size()),
+                        nullptr, nullptr);
+    return utf8;
 }
 
 } // namespace
+
+void require(bool succeeded, const char* what) {
+    if (!succeeded)
+        throw std::runtime_error(std::string(what) + " failed with error " +
+                                 std::to_string(GetLastError()));
+}
 
 std::wstring folderOfThisProgram() {
     std::wstring path(32768, L'\0');
@@ -62,42 +33,54 @@ std::wstring folderOfThisProgram() {
     return path.substr(0, path.find_last_of(L'\\') + 1);
 }
 
-ChildResult runChild(std::wstring commandLine, const std::string& input) {
-    Pipe standardInput;
-    Pipe standardOutput;
-    Pipe standardError;
-    keepToOurselves(standardInput.writeEnd);
-    keepToOurselves(standardOutput.readEnd);
-    keepToOurselves(standardError.readEnd);
-
+Handle startChild(std::wstring commandLine, const StandardStreams& streams, DWORD creationFlags,
+                  DWORD* processId) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = standardInput.readEnd.get();
-    startup.hStdOutput = standardOutput.writeEnd.get();
-    startup.hStdError = standardError.writeEnd.get();
+    startup.hStdInput = streams.input;
+    startup.hStdOutput = streams.output;
+    startup.hStdError = streams.errors;
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                        &startup, &started))
-        throw std::runtime_error("a program cannot be started");
-    const Handle process(started.hProcess);
-    const Handle mainThread(started.hThread);
-    standardInput.readEnd.reset();
-    standardOutput.writeEnd.reset();
-    standardError.writeEnd.reset();
+    require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, creationFlags,
+                           nullptr, nullptr, &startup, &started) != 0,
+            "starting a program");
+    CloseHandle(started.hThread);
+    if (processId)
+        *processId = started.dwProcessId;
+    return Handle(started.hProcess);
+}
 
-    ChildResult result{};
-    std::thread errorReader([&] { result.errors = readAll(standardError.readEnd); });
-    std::thread inputWriter([&] {
-        writeAll(standardInput.writeEnd, input);
-        standardInput.writeEnd.reset();
-    });
-    result.output = readAll(standardOutput.readEnd);
-    inputWriter.join();
-    errorReader.join();
-    WaitForSingleObject(process.get(), INFINITE);
-    GetExitCodeProcess(process.get(), &result.exitCode);
-    return result;
+bool endsWithin(DWORD milliseconds, HANDLE process) {
+    return WaitForSingleObject(process, milliseconds) == WAIT_OBJECT_0;
+}
+
+DWORD exitCodeOf(HANDLE process) {
+    DWORD exitCode = 0;
+    require(GetExitCodeProcess(process, &exitCode) != 0, "GetExitCodeProcess");
+    return exitCode;
+}
+
+std::string complaint(const std::string& what, const std::wstring& commandLine,
+                      const std::string& output, const std::string& errors) {
+    return what + ": " + toUtf8(commandLine) + "\noutput:\n" + output + "errors:\n" + errors;
+}
+
+ChildResult runChild(const std::wstring& commandLine, const std::string& input, DWORD limit) {
+    // Files, because the end of a pipe comes only once every process that inherited it has ended.
+    const SharedFile standardInput;
+    const SharedFile standardOutput;
+    const SharedFile standardError;
+    standardInput.write(input);
+    const Handle process = startChild(
+        commandLine, {standardInput.handle(), standardOutput.handle(), standardError.handle()},
+        DETACHED_PROCESS);
+    if (!endsWithin(limit, process.get())) {
+        TerminateProcess(process.get(), 1);
+        throw std::runtime_error(complaint("the program does not end", commandLine,
+                                           standardOutput.read(), standardError.read()));
+    }
+    return {exitCodeOf(process.get()), standardOutput.read(), standardError.read()};
 }
 
 } // namespace testsupport

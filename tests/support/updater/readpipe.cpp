@@ -1,10 +1,15 @@
 // What another process writes, as it comes.
 #include "readpipe.h"
 
+#include "childprocess.h"
 #include "launch.h"
 
 #include <array>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <utility>
 
 namespace testsupport {
 
@@ -20,55 +25,79 @@ std::size_t count(const std::string& text, std::string_view part) {
 
 } // namespace
 
+class ReadPipe::Reading {
+public:
+    explicit Reading(Handle readEnd) : readEnd_(std::move(readEnd)) {}
+
+    void readToEnd() {
+        std::array<char, 4096> chunk{};
+        DWORD size = 0;
+        // A write of nothing is read as nothing; only an error is the end.
+        while (ReadFile(readEnd_.get(), chunk.data(), static_cast<DWORD>(chunk.size()), &size,
+                        nullptr)) {
+            const std::lock_guard lock(mutex_);
+            text_.append(chunk.data(), size);
+            changed_.notify_all();
+        }
+        const std::lock_guard lock(mutex_);
+        ended_ = true;
+        changed_.notify_all();
+    }
+
+    std::string text() {
+        const std::lock_guard lock(mutex_);
+        return withoutCarriageReturns(text_);
+    }
+
+    bool waitFor(std::string_view text, std::size_t times) {
+        std::unique_lock lock(mutex_);
+        const auto isThere = [&] { return count(withoutCarriageReturns(text_), text) >= times; };
+        changed_.wait_for(lock, limit, [&] { return ended_ || isThere(); });
+        return isThere();
+    }
+
+    bool waitForEnd() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, limit, [&] { return ended_; });
+    }
+
+private:
+    static constexpr std::chrono::milliseconds limit{patience};
+
+    Handle readEnd_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::string text_;
+    bool ended_ = false;
+};
+
 ReadPipe::ReadPipe() {
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
     HANDLE readEnd = nullptr;
     HANDLE writeEnd = nullptr;
     require(CreatePipe(&readEnd, &writeEnd, &inheritable, 0) != 0, "CreatePipe");
-    readEnd_.reset(readEnd);
+    reading_ = std::make_shared<Reading>(Handle(readEnd));
     writeEnd_.reset(writeEnd);
     SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
 }
 
-ReadPipe::~ReadPipe() {
-    finish();
-}
+ReadPipe::~ReadPipe() = default;
 
 void ReadPipe::begin() {
     writeEnd_.reset();
-    reader_ = std::thread([this] { read(); });
-}
-
-void ReadPipe::read() {
-    std::array<char, 4096> chunk{};
-    DWORD size = 0;
-    // A write of nothing is read as nothing; only an error is the end.
-    while (
-        ReadFile(readEnd_.get(), chunk.data(), static_cast<DWORD>(chunk.size()), &size, nullptr)) {
-        const std::lock_guard lock(mutex_);
-        text_.append(chunk.data(), size);
-        grown_.notify_all();
-    }
-    const std::lock_guard lock(mutex_);
-    ended_ = true;
-    grown_.notify_all();
+    std::thread([reading = reading_] { reading->readToEnd(); }).detach();
 }
 
 std::string ReadPipe::text() const {
-    const std::lock_guard lock(mutex_);
-    return withoutCarriageReturns(text_);
+    return reading_->text();
 }
 
 bool ReadPipe::waitFor(std::string_view text, std::size_t times) {
-    std::unique_lock lock(mutex_);
-    const auto isThere = [&] { return count(withoutCarriageReturns(text_), text) >= times; };
-    grown_.wait_for(lock, std::chrono::milliseconds(patience), [&] { return ended_ || isThere(); });
-    return isThere();
+    return reading_->waitFor(text, times);
 }
 
-void ReadPipe::finish() {
-    if (reader_.joinable())
-        reader_.join();
+bool ReadPipe::waitForEnd() {
+    return reading_->waitForEnd();
 }
 
 } // namespace testsupport

@@ -3,21 +3,17 @@
 
 #include "handle.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace testsupport {
 
-/// A pipe into which another process writes, read all the time.
+/// A pipe into which another process writes, and which is read all the time.
 class ReadPipe {
 public:
     ReadPipe();
-    ReadPipe(const ReadPipe&) = delete;
-    ReadPipe& operator=(const ReadPipe&) = delete;
-    /// The other end must be closed by then.
     ~ReadPipe();
 
     /// Inheritable, for the process that writes.
@@ -30,19 +26,17 @@ public:
     /// Waits until it contains a text so many times.
     /// \returns whether it does; false if the pipe has ended or patience has
     bool waitFor(std::string_view text, std::size_t times);
-    /// Waits for the pipe's end.
-    void finish();
+    /// Waits for the pipe's end, which comes when every process that inherited the writing end has
+    /// closed it.
+    /// \returns false if patience has ended first
+    bool waitForEnd();
 
 private:
-    void read();
+    class Reading;
 
-    Handle readEnd_;
     Handle writeEnd_;
-    mutable std::mutex mutex_;
-    std::condition_variable grown_;
-    std::string text_;
-    bool ended_ = false;
-    std::thread reader_;
+    /// Shared with the thread that reads, which may be left behind with a pipe that has no end.
+    std::shared_ptr<Reading> reading_;
 };
 
 } // namespace testsupport

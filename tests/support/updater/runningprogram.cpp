@@ -3,6 +3,7 @@
 
 #include "childprocess.h"
 #include "launch.h"
+#include "sharedfile.h"
 
 #include <tlhelp32.h>
 
@@ -37,21 +38,18 @@ Handle makeJob() {
     return job;
 }
 
-bool hasEnded(const Handle& process) {
-    return WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0;
-}
-
 } // namespace
 
 RunningProgram::RunningProgram(const std::wstring& fileName, const Start& start)
-    : fileName_(fileName), job_(makeJob()) {
+    : fileName_(fileName), commandLine_(commandLineOf(fileName, start.arguments)), job_(makeJob()) {
     const SharedFile input;
     input.write(start.input);
     // Who ignores Ctrl-C hands that on to the processes that he starts.
     SetConsoleCtrlHandler(nullptr, FALSE);
-    process_ = launch(fileName, start, input.handle(), output_.writeEnd(), errors_.writeEnd(),
-                      CREATE_NO_WINDOW, &processId_);
-    require(AssignProcessToJobObject(job_.get(), process_.get()) || hasEnded(process_),
+    const AddedEnvironment environment(start.environment);
+    process_ = startChild(commandLine_, {input.handle(), output_.writeEnd(), errors_.writeEnd()},
+                          CREATE_NO_WINDOW, &processId_);
+    require(AssignProcessToJobObject(job_.get(), process_.get()) || endsWithin(0, process_.get()),
             "AssignProcessToJobObject");
     output_.begin();
     errors_.begin();
@@ -59,7 +57,7 @@ RunningProgram::RunningProgram(const std::wstring& fileName, const Start& start)
 
 RunningProgram::~RunningProgram() {
     kill();
-    WaitForSingleObject(process_.get(), patience);
+    endsWithin(patience, process_.get());
 }
 
 std::string RunningProgram::waitForOutput(std::string_view text, std::size_t times) {
@@ -77,18 +75,9 @@ std::string RunningProgram::waitFor(ReadPipe& stream, std::string_view text, std
 }
 
 void RunningProgram::interrupt() {
-    std::wstring commandLine =
-        L'"' + folderOfThisProgram() + L"pressctrlc.exe\" " + std::to_wstring(processId_);
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION started{};
-    require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
-                           nullptr, nullptr, &startup, &started) != 0,
-            "starting pressctrlc.exe");
-    CloseHandle(started.hThread);
-    const Handle process(started.hProcess);
-    waitForEndOf(process.get());
-    if (const int error = exitCodeOf(process.get()))
+    if (const DWORD error = runChild(L'"' + folderOfThisProgram() + L"pressctrlc.exe\" " +
+                                     std::to_wstring(processId_))
+                                .exitCode)
         complain("Ctrl-C cannot be sent (error " + std::to_string(error) + ")");
 }
 
@@ -103,15 +92,15 @@ void RunningProgram::kill() {
 }
 
 Outcome RunningProgram::waitForEnd() {
-    if (WaitForSingleObject(process_.get(), patience) != WAIT_OBJECT_0)
+    if (!endsWithin(patience, process_.get()))
         complain("the program does not end");
-    output_.finish();
-    errors_.finish();
-    return {exitCodeOf(process_.get()), output(), errors()};
+    if (!output_.waitForEnd() || !errors_.waitForEnd())
+        complain("another process keeps the program's output open");
+    return {static_cast<int>(exitCodeOf(process_.get())), output(), errors()};
 }
 
 void RunningProgram::complain(const std::string& what) const {
-    throw std::runtime_error(what + "\noutput:\n" + output() + "errors:\n" + errors());
+    throw std::runtime_error(complaint(what, commandLine_, output(), errors()));
 }
 
 } // namespace testsupport

@@ -28,7 +28,8 @@ public:
     /// Waits until standard output or standard error contains a text, so many times if it is said
     /// again and again.
     /// \returns all that it wrote there so far
-    /// \throws std::runtime_error with all that it wrote if it ends or time passes without
+    /// \throws std::runtime_error with its command line and all that it wrote if it ends without
+    ///         that, or too much time passes
     std::string waitForOutput(std::string_view text, std::size_t times = 1);
     std::string waitForErrors(std::string_view text, std::size_t times = 1);
 
@@ -44,7 +45,7 @@ public:
     void kill();
 
     /// \returns its exit code and all that it wrote; of a program that was killed too
-    /// \throws std::runtime_error with all that it wrote if it does not end
+    /// \throws std::runtime_error with its command line and all that it wrote if it does not end
     Outcome waitForEnd();
 
 private:
@@ -52,6 +53,7 @@ private:
     [[noreturn]] void complain(const std::string& what) const;
 
     std::wstring fileName_;
+    std::wstring commandLine_;
     ReadPipe output_;
     ReadPipe errors_;
     DWORD processId_ = 0; ///< of the process that was started: the program's or its launcher's

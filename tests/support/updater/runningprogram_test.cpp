@@ -1,4 +1,5 @@
 // Programs that are watched, interrupted and killed while they run.
+#include "childprocess.h"
 #include "updaterprogram.h"
 
 #include <gmock/gmock.h>
@@ -92,7 +93,8 @@ TEST(RunningProgram, TellsAllItSaidWhenItEndsWithoutWhatIsWaitedFor) {
     RunningProgram program(watched, {{L"echo", L"something"}});
     EXPECT_THAT(
         [&] { program.waitForOutput("more"); },
-        ThrowsMessage<std::runtime_error>(AllOf(StartsWith("the program does not say \"more\""),
+        ThrowsMessage<std::runtime_error>(AllOf(StartsWith("the program does not say \"more\": "),
+                                                HasSubstr("watched.exe\" \"echo\" \"something\"\n"),
                                                 HasSubstr("\noutput:\n[something]\n"))));
     EXPECT_THROW(program.waitForOutput("something", 2), std::runtime_error);
     EXPECT_EQ(program.waitForOutput("something"), "[something]\n\n");
@@ -102,6 +104,13 @@ TEST(RunningProgram, CannotBeInterruptedAfterItsEnd) {
     RunningProgram program(watched, {{L"echo"}});
     program.waitForEnd();
     EXPECT_THROW(program.interrupt(), std::runtime_error);
+}
+
+TEST(Child, ThatDoesNotEndInTimeIsNamedByItsCommandLine) {
+    const std::wstring commandLine = L'"' + folderOfThisProgram() + watched + L"\" wait 1";
+    EXPECT_THAT([&] { runChild(commandLine, "", 1); },
+                ThrowsMessage<std::runtime_error>(AllOf(StartsWith("the program does not end: \""),
+                                                        HasSubstr("watched.exe\" wait 1\n"))));
 }
 
 TEST(RunningUpdater, RunsTheUpdater) {

@@ -1,7 +1,7 @@
 // A folder for the files of one test.
 #include "testfolder.h"
 
-#include "launch.h"
+#include "childprocess.h"
 
 #include <windows.h>
 

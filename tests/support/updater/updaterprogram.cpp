@@ -1,6 +1,7 @@
 // Runs the updater program, unmodified, in a process of its own.
 #include "updaterprogram.h"
 
+#include "childprocess.h"
 #include "launch.h"
 
 namespace testsupport {
@@ -12,20 +13,10 @@ constexpr wchar_t updater[] = L"certstoreupdate.exe";
 } // namespace
 
 Outcome runProgram(const std::wstring& fileName, const Start& start) {
-    const SharedFile input;
-    const SharedFile output;
-    const SharedFile errors;
-    input.write(start.input);
-    const Handle process =
-        launch(fileName, start, input.handle(), output.handle(), errors.handle(), DETACHED_PROCESS);
-    try {
-        waitForEndOf(process.get());
-    } catch (...) {
-        TerminateProcess(process.get(), 1);
-        throw;
-    }
-    return {exitCodeOf(process.get()), withoutCarriageReturns(output.read()),
-            withoutCarriageReturns(errors.read())};
+    const AddedEnvironment environment(start.environment);
+    const ChildResult result = runChild(commandLineOf(fileName, start.arguments), start.input);
+    return {static_cast<int>(result.exitCode), withoutCarriageReturns(result.output),
+            withoutCarriageReturns(result.errors)};
 }
 
 Outcome runUpdater(const Start& start) {

@@ -9,7 +9,7 @@
 namespace testsupport {
 
 /// Runs a program that lies beside the test program, without a console, and waits for its end.
-/// \throws std::runtime_error if it cannot be started or does not end
+/// \throws std::runtime_error if it cannot be started; with its command line if it does not end
 Outcome runProgram(const std::wstring& fileName, const Start& start);
 
 /// Runs certstoreupdate.exe likewise.
