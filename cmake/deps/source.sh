@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# Source packages without touching the system's apt set-up, to be sourced.
-# The caller sets root to the checkout.
+# Fetching Debian source packages without changing the system's apt configuration. To be sourced; the
+# caller sets root to the checkout.
 : "${root:?}"
 
-# fetch_source PACKAGE FOLDER [PATTERN]: unpacks the upstream sources of a Debian source package
-# into FOLDER, or only the part of them whose path in the archive matches PATTERN.
+# fetch_source PACKAGE FOLDER [PATTERN]: unpacks the upstream sources of a Debian source package into
+# FOLDER, or only the files whose path in the archive matches PATTERN.
 fetch_source() {
     local package=$1 folder=$2 pattern=${3:-*} apt_root=$root/build/deps/apt tarball
     prepare_apt "$apt_root"
@@ -12,16 +12,17 @@ fetch_source() {
     (cd "$apt_root/download" &&
         apt-get --config-file "$apt_root/apt.conf" source --download-only --tar-only "$package")
     tarball=$(find "$apt_root/download" -name "${package}_*.orig.tar.*" ! -name '*.asc' | sort -V | tail -n 1)
-    [[ -n $tarball ]] || { echo "no source archive of $package was found" >&2; return 1; }
+    [[ -n $tarball ]] || { echo "apt-get fetched no source archive of $package" >&2; return 1; }
     rm -rf "$folder"
     mkdir -p "$folder"
     tar -xf "$tarball" -C "$folder" --strip-components=1 --wildcards "$pattern"
 }
 
-# Index files and configuration of our own, with the system's sources asked for source packages.
+# An apt configuration of our own, with the source packages of the system's package sources. The index
+# is fetched again after a day: mirrors remove a package when there is a newer one.
 prepare_apt() {
     local apt_root=$1
-    [[ -f $apt_root/ready ]] && return
+    [[ ! $(find "$apt_root/ready" -mtime -1 2>/dev/null) ]] || return 0
     rm -rf "$apt_root"
     mkdir -p "$apt_root"/{lists/partial,archives/partial,sources.d}
     derive_source_entries "$apt_root/sources.d"
@@ -37,7 +38,7 @@ EOF
     touch "$apt_root/ready"
 }
 
-# The configured one-line and deb822 entries, with deb-src in the place of deb.
+# The configured one-line and deb822 entries, with deb-src instead of deb.
 derive_source_entries() {
     local target=$1 file
     for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
