@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Links the portable header trees that the Windows build needs into build/deps/windows/include.
-# The system's own include folder holds headers that would break those of mingw-w64.
+# With the system's own include folder on the path, mingw-w64's headers would not compile.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing, or only names them:
-# packages.sh [--missing] build|bench|fuzz|docs|check...
+# Installs the Debian packages that are missing: packages.sh [--missing] build|bench|fuzz|docs|check...
+# With --missing it only prints their names.
 set -euo pipefail
 
 declare -A packages=(

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds SoftHSM with Botan as a Windows module, build/deps/softhsm/softhsm2.dll, and tries it.
+# Builds SoftHSM with Botan as a Windows module, build/deps/softhsm/softhsm2.dll, and tries to load it.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -11,7 +11,8 @@ build=$root/build/deps/obj/softhsm
 botan=$root/build/deps/obj/botan
 module=$root/build/deps/softhsm/softhsm2.dll
 
-# Only what SoftHSM uses; configure.py writes botan_all.cpp and botan_all.h where it is called.
+# With only the modules that SoftHSM uses. configure.py writes botan_all.cpp and botan_all.h into the
+# current directory.
 amalgamate_botan() {
     local modules=(
         aes asn1 auto_rng block cbc cmac ctr des dh dsa ecdh ecdsa eme_oaep eme_pkcs1 eme_raw
@@ -25,7 +26,7 @@ amalgamate_botan() {
         --build-targets=static --without-documentation "--enable-modules=${modules[*]}")
 }
 
-# The version as upstream's configure script states it.
+# The version that upstream's configure script states.
 softhsm_version() {
     sed -nE "s/^PACKAGE_VERSION='(.*)'$/\1/p" "$sources/softhsm2/configure"
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the Wine prefix that all Windows programs of the project run in: build/wineprefix.
+# Makes build/wineprefix, the Wine prefix that all Windows programs of the project run in.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -12,15 +12,15 @@ exec 9>"$WINEPREFIX.make.lock"
 flock 9
 [[ -f $WINEPREFIX/ready ]] && exit
 
-# A prefix that was not finished is made anew.
+# Starts again if an earlier run did not finish.
 rm -rf "$WINEPREFIX"
 mkdir -p "$WINEPREFIX"
-# Neither .NET nor HTML is needed, and Wine would ask for their installers.
+# The project needs neither .NET nor HTML, and Wine would ask for their installers.
 WINEDLLOVERRIDES="$WINEDLLOVERRIDES;mscoree,mshtml=d" wine wineboot --init \
     </dev/null >"$WINEPREFIX/wineboot.log" 2>&1 9>&-
 wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f \
     </dev/null >>"$WINEPREFIX/wineboot.log" 2>&1 9>&-
-# The registry reaches the disk when the server ends.
+# The server writes the registry to disk when it ends.
 wineserver -k 9>&- || true
 wineserver -w 9>&-
 touch "$WINEPREFIX/ready"

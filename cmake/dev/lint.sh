@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Checks format, includes, C++, shell and Python scripts, and that all that is public is documented;
-# all of them, even if one has complaints.
-# The build folders native and windows are configured already.
+# Checks formatting, includes, C++, shell and Python scripts, and that everything public is documented.
+# Runs all checks, even if one fails. The builds native and windows must be configured.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -25,7 +24,7 @@ for file in "${tracked[@]}"; do
     [[ $file != tests/* ]] || continue
     if is_compiled_in native "$file"; then
         portable+=("$file")
-    # Clang 14 cannot compile it: a lambda of it captures a structured binding, as C++20 allows.
+    # Clang 14 cannot compile this file: a lambda captures a structured binding, which is C++20.
     elif [[ $file != app/statuscommand.cpp ]] && is_compiled_in windows "$file"; then
         windows+=("$file")
     fi
@@ -42,7 +41,8 @@ run_cppcheck() {
         --suppressions-list=cmake/dev/cppcheck.suppressions "${@:2}"
 }
 
-# run_clang_tidy FOLDER-OF-COMMANDS [OPTION...]: for the files whose names it reads
+# run_clang_tidy FOLDER [OPTION...]: checks the files whose names it reads, with the compile commands
+# in the folder
 run_clang_tidy() {
     xargs --null --max-args=1 --max-procs="$(nproc)" clang-tidy -p "$1" --quiet \
         --extra-arg=-Wno-unknown-warning-option "${@:2}" 2> >(grep -v ' warnings generated' >&2)
@@ -52,8 +52,8 @@ run_clang_tidy_natively() {
     printf '%s\0' "${portable[@]}" | run_clang_tidy build/native
 }
 
-# Clang compiles for Windows too, with the headers of the cross compiler but for those of GCC's own
-# built-in functions, and without options that only GCC has.
+# Clang compiles for Windows too. It gets the cross compiler's headers, except those for GCC's built-in
+# functions, and none of the options that only GCC has.
 run_clang_tidy_for_windows() {
     local folder options=(--extra-arg=--target=x86_64-w64-windows-gnu --extra-arg=-nostdinc++)
     while read -r folder; do

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs the tests of one build: runtests.sh PRESET FILTER JOBS. With a filter only the GoogleTest
-# tests and the scripts that have it in their names are run. Results: build/PRESET/test-results.
+# Runs the tests of one build: runtests.sh PRESET FILTER JOBS. With a filter it runs only the GoogleTest
+# tests and the scripts with the filter in their names. The results are in build/PRESET/test-results.
 set -euo pipefail
 
 preset=$1 filter=$2 jobs=$3
@@ -10,7 +10,7 @@ results=$root/build/$preset/test-results
 run() {
     local report=$1
     shift
-    # Once in many runs a program under Wine never ends: one that hangs is run a second time.
+    # Very rarely a program hangs under Wine; ctest then runs it a second time.
     ctest --preset "$preset" --parallel "$jobs" --no-tests=ignore --repeat after-timeout:2 \
         --output-junit "$report" "$@"
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Puts the recorded demo into docs/, and pictures of what it showed: transcript.sh FOLDER
+# Copies the recorded demo into docs/, and makes pictures of it there: transcript.sh FOLDER
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

@@ -1,4 +1,5 @@
-// Lists a store's certificates that are bound to a CSP, with what a person wants to know of them.
+// Lists the certificates in a store that are bound to a CSP: subject, end of validity, and whether
+// it is an authority's.
 #include <bufcodecs.h>
 #include <certstorehelper.h>
 #include <nametext.h>

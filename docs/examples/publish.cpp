@@ -1,4 +1,4 @@
-// Lets sandboxed application packages read a file, if its signature is one that Windows trusts.
+// Lets sandboxed application packages read a file, if Windows trusts its signature.
 #include <certstoreupdatererror.h>
 #include <codeverifier.h>
 #include <mspermissions.h>
@@ -23,7 +23,7 @@ int wmain(int argc, wchar_t** argv) {
         std::cerr << "Windows does not trust its signature\n";
         return 1;
     } catch (const CertStoreUpdaterError_InvalidConfiguration& error) {
-        // "Method" is missing for a file without any permissions to add to.
+        // "Method" is missing if the file has no DACL, which grants everything anyway.
         const auto* method = error.param(L"Method");
         std::wcerr << (method ? method->c_str() : L"its permissions") << L": "
                    << error.param(L"error")->c_str() << L"\n";

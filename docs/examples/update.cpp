@@ -1,4 +1,4 @@
-// Registers a token's certificates in the personal store, in place of those of the last time.
+// Registers a token's certificates in the personal store, replacing those registered before.
 #include <certstorehelper.h>
 #include <pkcs11helper.h>
 
@@ -20,7 +20,7 @@ void update(const std::string& module, const std::wstring& csp,
     store.addCspCertificates(csp, *certificates, true);
 }
 
-// The PIN comes from the variable TOKEN_PIN: everybody can read command lines.
+// Takes the PIN from the environment variable TOKEN_PIN, because others can read command lines.
 int main(int argc, char** argv) {
     const char* pin = std::getenv("TOKEN_PIN");
     if (argc != 2 || !pin) {

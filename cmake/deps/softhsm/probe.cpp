@@ -1,4 +1,4 @@
-// Loads a PKCS#11 module and prints what it says of itself: ends with 0 only if it can be used.
+// Loads a PKCS#11 module and prints its description: ends with 0 only if the module works.
 #include <windows.h>
 
 #include <p11-kit/pkcs11.h>
