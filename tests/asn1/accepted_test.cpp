@@ -2,8 +2,6 @@
 #include "acceptedcertificates.h"
 #include "asn1support.h"
 
-#include <cctype>
-
 namespace asn1_test {
 namespace {
 
@@ -37,12 +35,7 @@ TEST_P(AcceptedCertificate, ChangesOnlyInItsConstructedBits) {
 
 INSTANTIATE_TEST_SUITE_P(Certificates, AcceptedCertificate,
                          ::testing::ValuesIn(acceptedCertificates()),
-                         [](const ::testing::TestParamInfo<Accepted>& row) {
-                             std::string name;
-                             for (const char* c = row.param.what; *c; ++c)
-                                 name += std::isalnum(static_cast<unsigned char>(*c)) ? *c : '_';
-                             return name;
-                         });
+                         [](const auto& row) { return testNameOf(row.param.what); });
 
 } // namespace
 } // namespace asn1_test

@@ -15,11 +15,6 @@ CertBuilder full() {
     return fullCertificate();
 }
 
-Bytes withTag(unsigned char identifier, Bytes element) {
-    element[0] = identifier;
-    return element;
-}
-
 Accepted same(const char* what, const CertBuilder& builder, Reason reason) {
     return {what, builder.build(), builder.build(), reason};
 }

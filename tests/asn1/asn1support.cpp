@@ -2,6 +2,7 @@
 #include "asn1support.h"
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
@@ -137,6 +138,11 @@ CertBuilder fullCertificate() {
                      extension("2.5.29.17", sequence({element(0x82, fromText("a.example"))}))});
 }
 
+Bytes withTag(unsigned char identifier, Bytes element) {
+    element.at(0) = identifier;
+    return element;
+}
+
 Bytes nested(unsigned char identifier, std::size_t depth) {
     // From the inside out, in reverse, so that nothing is moved again and again.
     Bytes reversed;
@@ -154,6 +160,14 @@ Bytes nested(unsigned char identifier, std::size_t depth) {
     }
     std::reverse(reversed.begin(), reversed.end());
     return reversed;
+}
+
+std::string testNameOf(std::string_view what) {
+    std::string name(what);
+    std::replace_if(
+        name.begin(), name.end(),
+        [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+    return name;
 }
 
 } // namespace asn1_test

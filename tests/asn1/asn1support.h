@@ -34,7 +34,7 @@ std::string asciiOf(const buffer::GenericBuffer<wchar_t>& text);
 struct Thrown {
     std::type_index type;
     Params params;
-    std::vector<Thrown> parents; ///< at most one
+    std::vector<Thrown> parents; ///< at most one; std::optional would need a complete type
 
     friend bool operator==(const Thrown&, const Thrown&) = default;
 };
@@ -93,8 +93,14 @@ std::size_t offsetOf(const Bytes& part, const Bytes& whole);
 /// A certificate that has every part that a certificate can have.
 testsupport::CertBuilder fullCertificate();
 
+/// An element with another identifier octet.
+Bytes withTag(unsigned char identifier, Bytes element);
+
 /// `depth` elements with `identifier`, each the contents of the one before.
 Bytes nested(unsigned char identifier, std::size_t depth);
+
+/// What a row of a table is about, as the name of a test.
+std::string testNameOf(std::string_view what);
 
 /// Turns on the setting for encoded defaults while it lives.
 class EncodedDefaultsAccepted {

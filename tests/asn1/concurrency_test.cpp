@@ -25,12 +25,6 @@ Bytes authorityBytes() {
         .build();
 }
 
-Certificate decoded(const Bytes& bytes) {
-    Certificate certificate;
-    asn1::der::decode(rangeOf(bytes), certificate);
-    return certificate;
-}
-
 std::string subjectOf(const Certificate& certificate) {
     return asciiOf(asn1::toText(certificate.subject().rdnSequence));
 }
@@ -38,7 +32,7 @@ std::string subjectOf(const Certificate& certificate) {
 // Stands first: the table of attribute types is made by whichever thread needs it first.
 TEST(CertificateOnManyThreads, IsReadCopiedAndComparedByAll) {
     const Bytes bytes = authorityBytes();
-    const Certificate certificate = decoded(bytes);
+    const auto certificate = decoded<Certificate>(bytes);
     std::atomic<int> failures = 0;
     onAllThreads([&](int) {
         for (int i = 0; i != rounds; ++i) {
@@ -59,7 +53,7 @@ TEST(CertificateOnManyThreads, IsReadCopiedAndComparedByAll) {
 TEST(CertificateOnManyThreads, IsFreedByWhoeverComesLast) {
     const Bytes bytes = authorityBytes();
     for (int i = 0; i != rounds; ++i) {
-        std::vector<Certificate> copies(threadCount, decoded(bytes));
+        std::vector<Certificate> copies(threadCount, decoded<Certificate>(bytes));
         std::vector<asn1::Name> names(threadCount);
         onAllThreads([&](int number) {
             const auto mine = static_cast<std::size_t>(number);
@@ -79,7 +73,7 @@ TEST(CertificateOnManyThreads, IsDecodedOrRefusedByEachForItself) {
     onAllThreads([&](int number) {
         for (int i = 0; i != rounds; ++i) {
             const bool isGood = (i + number) % 2 == 0;
-            const Thrown thrown = thrownBy([&] { decoded(isGood ? good : bad); });
+            const Thrown thrown = thrownBy([&] { decoded<Certificate>(isGood ? good : bad); });
             if (isGood != (thrown.type == std::type_index(typeid(void))))
                 ++failures;
         }
@@ -94,7 +88,7 @@ TEST(CertificateOnManyThreads, IsDecodedWhileAnotherThreadTurnsEncodedDefaultsOn
         for (int i = 0; i != rounds; ++i)
             if (number == 0)
                 asn1::acceptEncodedDefaults(i % 2 == 0);
-            else if (!decoded(bytes).isAuthority())
+            else if (!decoded<Certificate>(bytes).isAuthority())
                 ++failures;
     });
     asn1::acceptEncodedDefaults(false);

@@ -11,10 +11,6 @@ Thrown decodingThrows(const Bytes& input) {
     return thrownBy([&] { decode(input, certificate); });
 }
 
-TEST(EmptyInput, DoesNotMatch) {
-    EXPECT_EQ(decodingThrows({}), mismatch(0));
-}
-
 TEST(EmptyInput, DoesNotMatchAsANullRange) {
     asn1::Certificate certificate;
     EXPECT_EQ(thrownBy([&] { asn1::der::decode(Range(), certificate); }), mismatch(0));
@@ -60,13 +56,6 @@ TEST(CertificateCutShort, DoesNotMatchWhereverItsToBeSignedIsCut) {
     }
     // Before issuerUId, before subjectUId and before extensions.
     EXPECT_EQ(refused, members.size() - 3);
-}
-
-TEST(SurplusBytes, AreToldOfWithBothSizes) {
-    const Bytes certificate = fullCertificate().build();
-    const std::size_t size = certificate.size();
-    EXPECT_EQ(decodingThrows(certificate + Bytes{0x00}), surplus(size, size + 1));
-    EXPECT_EQ(decodingThrows(certificate + certificate), surplus(size, 2 * size));
 }
 
 TEST(SurplusBytes, BehindASimpleValueAreToldOf) {

@@ -68,7 +68,7 @@ struct Verdicts {
     std::vector<Change> onlyWeAccept;
 };
 
-bool areAccepted(const Bytes& der) {
+bool isAccepted(const Bytes& der) {
     asn1::Certificate certificate;
     return thrownBy([&] { decode(der, certificate); }).type == typeid(void);
 }
@@ -80,7 +80,7 @@ Verdicts compareChangedCertificates(const Bytes& der) {
             Bytes changed = der;
             changed[i] = static_cast<unsigned char>(changed[i] ^ change);
             const bool theyAccept = isAcceptedByOpenSsl(rangeOf(changed));
-            if (!areAccepted(changed))
+            if (!isAccepted(changed))
                 verdicts.bothRefuse += theyAccept ? 0 : 1;
             else if (theyAccept)
                 ++verdicts.bothAccept;

@@ -62,11 +62,6 @@ Bytes withIndefiniteLength(const Bytes& element) {
     return open + fromHex("0000");
 }
 
-Bytes withTag(unsigned char identifier, Bytes element) {
-    element[0] = identifier;
-    return element;
-}
-
 CertBuilder full() {
     return fullCertificate();
 }
@@ -662,8 +657,7 @@ const std::vector<RuleText>& rulesOfDer() {
         {Rule::typeTag, "X.690 8.1.2", "an element has the tag of the type that stands there"},
         {Rule::members, "X.690 8.9.2",
          "members stand in their order, once; none is missing that must be there, and none is "
-         "there "
-         "that the type does not have"},
+         "there that the type does not have"},
         {Rule::tagNumber, "X.690 8.1.2.4",
          "a tag number from 31 on is written in the fewest octets, one below in the first octet; "
          "numbers have at most 31 bits here"},
@@ -688,8 +682,7 @@ const std::vector<RuleText>& rulesOfDer() {
          "an identifier has an arc at least; each takes the fewest octets and ends"},
         {Rule::identifierBound, "",
          "an identifier has at most 4096 octets, a bound of this decoder: writing an arc takes "
-         "time "
-         "that grows with its square"},
+         "time that grows with its square"},
         {Rule::utcTimeForm, "X.690 11.8", "a UTCTime is YYMMDDHHMMSSZ"},
         {Rule::generalizedTimeForm, "X.690 11.7",
          "a GeneralizedTime is YYYYMMDDHHMMSSZ; a fraction follows a point and does not end in 0"},

@@ -3,9 +3,7 @@
 #include "refusedcertificates.h"
 
 #include <algorithm>
-#include <cctype>
 #include <set>
-#include <string>
 
 namespace asn1_test {
 namespace {
@@ -43,12 +41,7 @@ TEST_P(StrictDecoding, RefusesTheSameForSeparateValues) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Certificates, StrictDecoding, ::testing::ValuesIn(allRows()),
-                         [](const ::testing::TestParamInfo<Refused>& row) {
-                             std::string name;
-                             for (const char* c = row.param.what; *c; ++c)
-                                 name += std::isalnum(static_cast<unsigned char>(*c)) ? *c : '_';
-                             return name;
-                         });
+                         [](const auto& row) { return testNameOf(row.param.what); });
 
 TEST(StrictDecodingTable, DiffersFromACertificateThatIsAccepted) {
     const Bytes good = fullCertificate().build();
