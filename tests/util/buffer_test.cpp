@@ -1,4 +1,5 @@
-// Storage of buffers: where contents lie, when they are shared, when they move.
+// Buffers: where their contents lie, when they are shared and when they move, how they compare; and
+// ranges, which own nothing.
 #include "allocationcount.h"
 #include "buffer.h"
 
@@ -7,9 +8,16 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 using buffer::Buffer;
