@@ -6,7 +6,6 @@
 
 #include <iterator>
 #include <optional>
-#include <string>
 
 namespace fuzz {
 
@@ -16,12 +15,6 @@ using asn1::QuorError_Asn1_Decode;
 
 void requireSame(const asn1::Asn1& a, const asn1::Asn1& b, const char* property) {
     require(a.cmp(b, asn1::Amatch::exact) == 0, property);
-}
-
-std::size_t numberIn(const korv::GenericEvent& event, const wchar_t* key) {
-    const buffer::Buffer<wchar_t>* value = event.param(key);
-    require(value != nullptr, "a parameter is missing");
-    return std::stoull(value->c_str());
 }
 
 /// The value at the beginning of the input, or nothing.
@@ -56,8 +49,8 @@ void checkWholeInput(Input input, const std::optional<Value>& atFront) {
         requireSame(whole, Value(), "a refusal changed the value");
         if (!atFront)
             return;
-        const std::size_t consumed = numberIn(error, L"CONSUMED_BYTES");
-        require(numberIn(error, L"BUFFER_SIZE") == input.size(), "another size was given");
+        const std::size_t consumed = numberParam(error, L"CONSUMED_BYTES");
+        require(numberParam(error, L"BUFFER_SIZE") == input.size(), "another size was given");
         require(consumed < input.size(), "nothing was left over");
         asn1::aux::decodeBer({input.begin(), consumed}, whole, true);
         requireSame(whole, *atFront, "the consumed bytes mean something else");

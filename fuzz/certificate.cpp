@@ -9,8 +9,10 @@
 #include "oids.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fuzz {
@@ -136,24 +138,18 @@ private:
     std::size_t end_ = bytes_.size();
 };
 
-std::wstring textParam(const korv::GenericEvent& event, const wchar_t* key) {
-    const buffer::Buffer<wchar_t>* value = event.param(key);
-    require(value != nullptr, "a parameter is missing");
-    return value->c_str();
-}
-
 void checkRefusal(const QuorError_Asn1_Decode& error, std::size_t size) {
     const std::wstring cause = textParam(error, L"CAUSE");
     if (cause == L"NotAllBufferConsumed") {
-        require(std::stoull(textParam(error, L"CONSUMED_BYTES")) < size, "nothing was left over");
-        require(std::stoull(textParam(error, L"BUFFER_SIZE")) == size, "another size was given");
+        require(numberParam(error, L"CONSUMED_BYTES") < size, "nothing was left over");
+        require(numberParam(error, L"BUFFER_SIZE") == size, "another size was given");
         return;
     }
     const std::wstring_view causes[] = {L"UndefinedLengthPresentInDerEncoding",
                                         L"DefaultValuePresentInDEREncoding",
                                         L"ExplicitTagWithoutConstructorBit", L"ValueDoesNotMatch"};
     require(std::ranges::find(causes, cause) != std::end(causes), "there is no such cause");
-    require(std::stoull(textParam(error, L"POSITION")) <= size, "the position is outside");
+    require(numberParam(error, L"POSITION") <= size, "the position is outside");
 }
 
 /// Decodes into a certificate that has a value already, which a refusal must leave alone.

@@ -41,9 +41,7 @@ void checkDecoding(Input input) {
 
 /// Two names of any units but line feeds, from the two halves of the input.
 CspBinding namesFrom(Input input) {
-    std::wstring units;
-    for (std::size_t i = 0; i + 1 < input.size(); i += 2)
-        units += static_cast<wchar_t>(input[i] << 8 | input[i + 1]);
+    std::wstring units = unitsOf(input);
     std::ranges::replace(units, L'\n', L'\r');
     return {units.substr(0, units.size() / 2), units.substr(units.size() / 2)};
 }

@@ -3,15 +3,19 @@
 #pragma once
 
 #include "buffer.h"
+#include "genericevent.h"
 
+#include <cstddef>
 #include <stdexcept>
+#include <string>
 #include <typeinfo>
 
 namespace fuzz {
 
 using Input = buffer::BufferRange<unsigned char>;
 
-/// A property did not hold. No target catches it, nor any exception that is not documented.
+/// A property did not hold. No target catches it, nor any exception that is not documented, so both
+/// reach the fuzzer.
 class Broken : public std::logic_error {
 public:
     using std::logic_error::logic_error;
@@ -41,6 +45,24 @@ inline unsigned char takeByte(Input& input) {
     const unsigned char byte = input[0];
     input.advance(1);
     return byte;
+}
+
+/// The 16-bit units that an input stands for, high byte first; an odd last byte is left out.
+inline std::wstring unitsOf(Input input) {
+    std::wstring units;
+    for (std::size_t i = 0; i + 1 < input.size(); i += 2)
+        units += static_cast<wchar_t>(input[i] << 8 | input[i + 1]);
+    return units;
+}
+
+/// A parameter that an event must have.
+inline std::wstring textParam(const korv::GenericEvent& event, const wchar_t* key) {
+    const buffer::Buffer<wchar_t>* value = event.param(key);
+    require(value != nullptr, "a parameter is missing");
+    return value->c_str();
+}
+inline std::size_t numberParam(const korv::GenericEvent& event, const wchar_t* key) {
+    return std::stoull(textParam(event, key));
 }
 
 void ber(Input input);

@@ -184,13 +184,11 @@ private:
     Control& control_;
 };
 
-/// Runs an operation to its end or to a documented exception; tells whether it ended well.
+/// Runs an operation to its end or to a documented exception.
 template <class Operation>
-bool attempt(Operation operation) {
-    bool isDone = false;
+void attempt(Operation operation) {
     try {
         operation();
-        isDone = true;
     } catch (const pkcs11::Pkcs11Error_CryptokiError& error) {
         require(error.param(L"CRYPTOKY_ERROR_CODE") != nullptr, "the answer is not told");
     } catch (const CertStoreUpdaterError_TokenNotPresent&) {
@@ -198,7 +196,6 @@ bool attempt(Operation operation) {
     } catch (const asn1::QuorError_Asn1_Decode&) {
     } catch (const buffer::BufferError_InvalidEncodingUnit&) {
     }
-    return isDone;
 }
 
 void checkNames(const CertMap& certs) {
@@ -224,14 +221,15 @@ void update() {
     const unsigned char pin[] = {'1', '2', '3', '4'};
     Pkcs11Helper helper(faketoken::modulePath());
     const auto login = [&] { helper.login({pin, sizeof(pin)}); };
-    // Without a session nothing can be read; after a refused PIN it can.
+    // If the first login fails there may be no session, without which a caller must not read. After
+    // the second one there is a session, whether it fails or not.
     login();
     readAll(helper);
     attempt(login);
     readAll(helper);
 }
 
-/// How often a function was called and, if that matters, answered that it succeeded.
+/// How often a function was called and answered that it succeeded.
 std::size_t successes(const Control& control, std::string_view function) {
     std::size_t count = 0;
     for (const Call& call : control.calls)

@@ -3,6 +3,7 @@
 
 #include "bufcodecs.h"
 #include "buffererror.h"
+#include "certbuilder.h"
 #include "certificate.h"
 #include "der.h"
 #include "fuzztarget.h"
@@ -129,24 +130,10 @@ void checkDirectoryString(Input input) {
         returns<BufferError_InvalidEncodingUnit>([&] { asn1::toText(string); });
 }
 
-/// An element with these contents.
-std::vector<unsigned char> element(unsigned char identifier, Input contents) {
-    const std::size_t size = contents.size();
-    std::vector<unsigned char> encoding{identifier};
-    if (size > 0x7F) {
-        encoding.push_back(static_cast<unsigned char>(size > 0xFF ? 0x82 : 0x81));
-        if (size > 0xFF)
-            encoding.push_back(static_cast<unsigned char>(size >> 8));
-    }
-    encoding.push_back(static_cast<unsigned char>(size));
-    encoding.insert(encoding.end(), contents.begin(), contents.end());
-    return encoding;
-}
-
 /// Whether strict decoding accepts an element with these contents.
 template <class Value>
 bool isAccepted(unsigned char identifier, Input contents, Value& value) {
-    const std::vector<unsigned char> encoding = element(identifier, contents);
+    const auto encoding = testsupport::element(identifier, {contents.begin(), contents.end()});
     return returns<QuorError_Asn1_Decode>([&] {
         asn1::der::decode({encoding.data(), encoding.size()}, value);
     });

@@ -12,7 +12,8 @@ struct Seed {
     std::vector<unsigned char> bytes;
 };
 
-/// The seeds of a target, at least one; throws std::logic_error if there is no such target.
+/// The seeds of a target, at least one.
+/// \throws std::logic_error if there is no such target
 std::vector<Seed> seedsOf(std::string_view target);
 
 } // namespace fuzz

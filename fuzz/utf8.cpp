@@ -94,10 +94,7 @@ void checkDecoding(Input input) {
 
 /// Any units come back from their encoding.
 void checkEncoding(Input input) {
-    std::wstring units;
-    for (std::size_t i = 0; i + 1 < input.size(); i += 2)
-        units += static_cast<wchar_t>(input[i] << 8 | input[i + 1]);
-
+    const std::wstring units = unitsOf(input);
     buffer::Buffer<unsigned char> bytes(input.data(), input.size());
     buffer::Utf8Encoder::encode({units.data(), units.size()}, bytes);
     require(*bytes.end() == 0, "there is no terminator");

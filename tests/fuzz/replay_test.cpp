@@ -29,15 +29,15 @@ Bytes contentsOf(const std::filesystem::path& path) {
     return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
-/// Runs on a block of just the input's size, so that sanitizers see any read beyond it.
-void runExactly(const Target& target, const Bytes& input) {
+/// Runs on a copy, whose block is just the input's size, so that sanitizers see any read beyond it.
+void runOnExactCopy(const Target& target, const Bytes& input) {
     const Bytes exact(input.begin(), input.end());
     target.run({exact.data(), exact.size()});
 }
 
 class Replay : public testing::TestWithParam<Target> {
 protected:
-    static void run(const Bytes& input) { runExactly(GetParam(), input); }
+    static void run(const Bytes& input) { runOnExactCopy(GetParam(), input); }
 
     /// Calls `use` with seeds and places in them, spread evenly over all of them.
     template <class Use>
@@ -82,7 +82,7 @@ TEST_P(Replay, HoldsForSeedsWithAChangedByte) {
     });
 }
 
-// Every file lies in the folder of its target and is told of in the list.
+// Every file lies in the folder of its target, and the list names it.
 TEST(KeptInputs, HoldForTheirTargets) {
     namespace fs = std::filesystem;
     const fs::path corpus = FUZZ_CORPUS;
@@ -96,7 +96,7 @@ TEST(KeptInputs, HoldForTheirTargets) {
         const auto* target =
             std::ranges::find_if(targets, [&](const Target& each) { return each.name == folder; });
         ASSERT_NE(target, std::end(targets)) << name;
-        EXPECT_NO_THROW(runExactly(*target, contentsOf(entry.path()))) << name;
+        EXPECT_NO_THROW(runOnExactCopy(*target, contentsOf(entry.path()))) << name;
         EXPECT_NE(std::string(list.begin(), list.end()).find('`' + name + '`'), std::string::npos)
             << name;
         ++inputs;

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <charconv>
 #include <map>
-#include <stdexcept>
-#include <utility>
 
 namespace testsupport {
 
@@ -46,17 +44,6 @@ Bytes bigEndian(char32_t character, std::size_t octets) {
 Bytes operator+(Bytes a, const Bytes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
-}
-
-Bytes fromHex(std::string_view digits) {
-    std::string packed(digits);
-    std::erase(packed, ' ');
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < packed.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoul(packed.substr(i, 2), nullptr, 16)));
-    if (packed.size() % 2 != 0)
-        throw std::invalid_argument("an odd number of hexadecimal digits");
-    return bytes;
 }
 
 Bytes fromText(std::string_view text) {

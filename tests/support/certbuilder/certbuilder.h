@@ -2,11 +2,13 @@
 // proper tool writes. Nothing here uses the library.
 #pragma once
 
+#include "hex.h"
+
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
-#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -14,8 +16,6 @@ namespace testsupport {
 using Bytes = std::vector<unsigned char>;
 
 Bytes operator+(Bytes a, const Bytes& b);
-/// Bytes of hexadecimal digits; blanks between them are skipped.
-Bytes fromHex(std::string_view digits);
 Bytes fromText(std::string_view text);
 
 /// One element with a definite length in its shortest form.
@@ -44,20 +44,20 @@ Bytes explicitly(unsigned number, const Bytes& inner);
 
 /// AttributeTypeAndValue.
 Bytes attribute(std::string_view type, const Bytes& value);
-/// A name with one attribute in each RDN, all UTF8String: {"C=…"} style pairs of a type
-/// ("CN", "O", "OU", "C", "L", "ST" or dotted) and a value.
+/// A name with one attribute in each RDN, all of them UTF8String: pairs of a type ("CN", "O", "OU",
+/// "C", "L", "ST" or dotted) and a value, such as {"C", "DE"}.
 Bytes name(std::initializer_list<std::pair<std::string_view, std::string_view>> attributes);
 /// A name of whole RDNs.
 Bytes nameOf(std::initializer_list<Bytes> rdns);
-/// \param critical left out if it is none
+/// \param critical left out if it is std::nullopt
 Bytes extension(std::string_view extnId, const Bytes& value,
                 std::optional<bool> critical = std::nullopt);
 Bytes keyUsage(std::initializer_list<unsigned> bits);
-/// \param cA left out if it is none
+/// \param cA, pathLength left out if they are std::nullopt
 Bytes basicConstraints(std::optional<bool> cA, std::optional<int> pathLength = std::nullopt);
 
-/// A certificate of version 3 whose parts may each be replaced by any bytes. Its signature is
-/// no real one.
+/// A certificate of version 3, each of whose parts may be replaced by any bytes. Its signature is
+/// not a real one.
 class CertBuilder {
 public:
     CertBuilder();
