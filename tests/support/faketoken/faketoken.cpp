@@ -1,11 +1,13 @@
-// The module: PKCS #11 as far as a reader of certificates needs it, on the objects that a test put
-// into its control.
+// The module: as much of PKCS #11 as a reader of certificates needs, on the objects that a test put
+// into the module's control.
 #include "faketoken.h"
 
 #include "faketokenscript.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #ifdef _WIN32
 #define FAKETOKEN_EXPORT extern "C" __declspec(dllexport)
@@ -27,7 +29,7 @@ bool endsSomething(const std::string& function) {
            function == "C_FindObjectsFinal";
 }
 
-// Records the call, lets the script decide and else does what the function is there for.
+// Records the call, then lets the script answer it, or else does the function's own work.
 template <class Work>
 CK_RV answer(Call call, Work work) {
     Control& fake = control();
@@ -185,7 +187,7 @@ CK_RV openSession(CK_SLOT_ID id, CK_FLAGS flags, void*, CK_NOTIFY, CK_SESSION_HA
 
 CK_RV closeSession(CK_SESSION_HANDLE handle) {
     return answerInSession(makeCall("C_CloseSession", handle), [&](Session& session) -> CK_RV {
-        // The login outlives the session that made it as long as the token has another one.
+        // The login outlives the session that made it for as long as the token has another one.
         const Session closed = session;
         control().sessions.erase(handle);
         if (closed.loggedIn && !findSlot(closed.slot)->loginPerSession)
@@ -238,7 +240,7 @@ bool isSame(const Object& one, const Object& other) {
     return one.attributes == other.attributes && one.isPrivate == other.isPrivate;
 }
 
-// Objects stay where they are, so that their handles stay theirs.
+// An object's handle is its position, so objects keep theirs, also those that are gone.
 void replaceObjects(std::vector<Object>& objects, std::vector<Object> current) {
     for (Object& object : objects) {
         const auto same =
@@ -426,29 +428,33 @@ CK_FUNCTION_LIST makeFunctionList() {
     return list;
 }
 
-void dropFunction(CK_FUNCTION_LIST& list, const std::string& name) {
-    if (name == "C_Initialize")
-        list.C_Initialize = nullptr;
-    else if (name == "C_Finalize")
-        list.C_Finalize = nullptr;
-    else if (name == "C_GetSlotList")
-        list.C_GetSlotList = nullptr;
-    else if (name == "C_GetTokenInfo")
-        list.C_GetTokenInfo = nullptr;
-    else if (name == "C_OpenSession")
-        list.C_OpenSession = nullptr;
-    else if (name == "C_CloseSession")
-        list.C_CloseSession = nullptr;
-    else if (name == "C_Login")
-        list.C_Login = nullptr;
-    else if (name == "C_FindObjectsInit")
-        list.C_FindObjectsInit = nullptr;
-    else if (name == "C_FindObjects")
-        list.C_FindObjects = nullptr;
-    else if (name == "C_FindObjectsFinal")
-        list.C_FindObjectsFinal = nullptr;
-    else if (name == "C_GetAttributeValue")
-        list.C_GetAttributeValue = nullptr;
+template <auto member>
+void drop(CK_FUNCTION_LIST& list) {
+    list.*member = nullptr;
+}
+
+struct Droppable {
+    std::string_view name;
+    void (*drop)(CK_FUNCTION_LIST&);
+};
+constexpr Droppable droppable[] = {
+    {"C_Initialize", drop<&CK_FUNCTION_LIST::C_Initialize>},
+    {"C_Finalize", drop<&CK_FUNCTION_LIST::C_Finalize>},
+    {"C_GetSlotList", drop<&CK_FUNCTION_LIST::C_GetSlotList>},
+    {"C_GetTokenInfo", drop<&CK_FUNCTION_LIST::C_GetTokenInfo>},
+    {"C_OpenSession", drop<&CK_FUNCTION_LIST::C_OpenSession>},
+    {"C_CloseSession", drop<&CK_FUNCTION_LIST::C_CloseSession>},
+    {"C_Login", drop<&CK_FUNCTION_LIST::C_Login>},
+    {"C_FindObjectsInit", drop<&CK_FUNCTION_LIST::C_FindObjectsInit>},
+    {"C_FindObjects", drop<&CK_FUNCTION_LIST::C_FindObjects>},
+    {"C_FindObjectsFinal", drop<&CK_FUNCTION_LIST::C_FindObjectsFinal>},
+    {"C_GetAttributeValue", drop<&CK_FUNCTION_LIST::C_GetAttributeValue>},
+};
+
+void dropFunction(CK_FUNCTION_LIST& list, std::string_view name) {
+    for (const Droppable& function : droppable)
+        if (function.name == name)
+            function.drop(list);
 }
 
 CK_RV getFunctionList(CK_FUNCTION_LIST** list) {

@@ -1,5 +1,6 @@
-// Scripting the fake token in a process that is not the test's own: a text file with a statement
-// a line, its parts divided by blanks. %20 stands for a blank inside a text, # begins a comment.
+// Scripting the fake token in a process that is not the test's own: a text file with one statement
+// on each line, its parts separated by blanks. %20 stands for a blank inside a text, # begins a
+// comment.
 //
 //     slot [id=N] [flags=N] [absent] [label=TEXT] [pin=TEXT] [loginpersession]
 //         adds a slot; the first one takes the place of the slot that is there without a script
@@ -39,6 +40,8 @@
 // answer.
 #include "faketokenscript.h"
 
+#include "hex.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -50,6 +53,8 @@
 namespace faketoken {
 
 namespace {
+
+using testsupport::fromHex;
 
 std::string recordFile;
 
@@ -94,16 +99,9 @@ std::string text(std::string raw) {
     return raw;
 }
 
-Bytes hex(const std::string& digits) {
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
-
 Bytes fileOrHex(const std::string& value) {
     if (!value.starts_with('@'))
-        return hex(value);
+        return fromHex(value);
     std::ifstream file(text(value.substr(1)), std::ios::binary);
     if (!file)
         throw std::runtime_error("cannot read " + value.substr(1));
@@ -145,16 +143,16 @@ void addLie(std::vector<Object>& objects, const Statement& statement) {
         value.filledLength = number(*length);
 }
 
-/// Does what a statement says about the objects of a token.
-/// \returns whether it is such a statement
+/// Applies a statement about the objects of a token.
+/// \returns whether the statement is one about objects
 bool applyToObjects(std::vector<Object>& objects, const Statement& statement) {
     const std::string& verb = statement[0];
     if (verb == "certificate")
         objects.push_back(certificate(fileOrHex(statement.find("value").value_or("")),
-                                      hex(statement.find("id").value_or("")),
+                                      fromHex(statement.find("id").value_or("")),
                                       text(statement.find("label").value_or(""))));
     else if (verb == "key")
-        objects.push_back(privateKey(hex(statement.find("id").value_or(""))));
+        objects.push_back(privateKey(fromHex(statement.find("id").value_or(""))));
     else if (verb == "lie")
         addLie(objects, statement);
     else
@@ -167,8 +165,8 @@ bool applyToObjects(std::vector<Object>& objects, const Statement& statement) {
     std::abort();
 }
 
-/// Has a function apply each statement of a file; ends the process where it cannot.
-/// \returns whether there is such a file
+/// Calls `apply` with each statement of a file; ends the process at one that throws.
+/// \returns whether the file can be read
 template <class Apply>
 bool applyStatements(const std::string& path, Apply apply) {
     std::ifstream file(path);
@@ -196,7 +194,7 @@ std::optional<std::vector<Object>> objectsIn(const std::string& path) {
         if (!applyToObjects(objects, statement))
             refuse(statement);
     });
-    // While another file takes its place, it may be in use.
+    // The file may be locked at the moment in which another one takes its place.
     return isThere ? std::optional(std::move(objects)) : std::nullopt;
 }
 
@@ -207,7 +205,7 @@ Condition exists(const std::string& path) {
     };
 }
 
-/// A hook that does not return from one function for as long as the condition holds.
+/// A hook that does not let one function go on for as long as the condition holds.
 std::function<std::optional<CK_RV>(const Call&)> hangsWhile(Condition condition,
                                                             std::string function) {
     return [condition = std::move(condition),
@@ -289,10 +287,9 @@ private:
 
 Control scriptedControl() {
     Reader reader;
-    const char* path = std::getenv("FAKETOKEN_SCRIPT");
-    if (!path)
-        return std::move(reader.control);
-    if (!applyStatements(path, [&](const Statement& statement) { reader.apply(statement); }))
+    const char* const path = std::getenv("FAKETOKEN_SCRIPT");
+    if (path &&
+        !applyStatements(path, [&](const Statement& statement) { reader.apply(statement); }))
         giveUp(path, 0, "cannot be read");
     return std::move(reader.control);
 }

@@ -5,11 +5,12 @@
 
 namespace faketoken {
 
-/// The control as the script file says that the environment variable FAKETOKEN_SCRIPT names, and
-/// as new without one. Ends the process, with a message, if the file cannot be read or understood.
+/// The control as scripted by the file that the environment variable FAKETOKEN_SCRIPT names; a new
+/// one if there is no such variable. Ends the process, with a message, if the file cannot be read
+/// or understood.
 Control scriptedControl();
 
-/// Writes a call that was answered to the file that the script's `record` names, if there is one.
+/// Appends a call that was answered to the file that the script's `record` names, if it names one.
 void recordToFile(const Call& call);
 
 } // namespace faketoken

@@ -2,6 +2,7 @@
 #include "loadedtoken.h"
 
 #include <stdexcept>
+#include <utility>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -21,10 +22,8 @@ void* load(const std::string& path) {
 void unload(void* handle) {
     FreeLibrary(static_cast<HMODULE>(handle));
 }
-template <class Function>
-Function find(void* handle, const char* name) {
-    return reinterpret_cast<Function>(
-        reinterpret_cast<void (*)()>(GetProcAddress(static_cast<HMODULE>(handle), name)));
+void* find(void* handle, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle), name));
 }
 #else
 void* load(const std::string& path) {
@@ -33,11 +32,18 @@ void* load(const std::string& path) {
 void unload(void* handle) {
     dlclose(handle);
 }
-template <class Function>
-Function find(void* handle, const char* name) {
-    return reinterpret_cast<Function>(dlsym(handle, name));
+void* find(void* handle, const char* name) {
+    return dlsym(handle, name);
 }
 #endif
+
+template <class Function>
+Function required(void* handle, const char* name) {
+    void* const function = find(handle, name);
+    if (!function)
+        throw std::runtime_error(std::string("the module has no ") + name);
+    return reinterpret_cast<Function>(function);
+}
 
 } // namespace
 
@@ -84,7 +90,12 @@ std::string modulePath(const std::string& module) {
 LoadedToken::LoadedToken(const std::string& path) : path_(path), handle_(load(path)) {
     if (!handle_)
         throw std::runtime_error("cannot load " + path);
-    control_ = find<ControlFunction>(handle_, controlFunctionName)();
+    try {
+        control_ = required<ControlFunction>(handle_, controlFunctionName)();
+    } catch (...) {
+        unload(handle_);
+        throw;
+    }
 }
 
 LoadedToken::~LoadedToken() {
@@ -93,7 +104,8 @@ LoadedToken::~LoadedToken() {
 
 CK_FUNCTION_LIST& LoadedToken::functions() const {
     CK_FUNCTION_LIST* list = nullptr;
-    find<CK_C_GetFunctionList>(handle_, "C_GetFunctionList")(&list);
+    if (required<CK_C_GetFunctionList>(handle_, "C_GetFunctionList")(&list) != CKR_OK || !list)
+        throw std::runtime_error("the module gives no functions");
     return *list;
 }
 

@@ -22,10 +22,11 @@ std::string plantedFolder();
 /// Whether this process has loaded the file.
 bool isLoaded(const std::string& path);
 
-/// Loads the module, so that a test can script it before the code under test loads the same file
-/// and read it afterwards. The code under test gets its own reference to it.
+/// Loads the module, so that a test can script it before the code under test loads the same file,
+/// and look at it afterwards. The code under test has its own reference to it.
 class LoadedToken {
 public:
+    /// \throws std::runtime_error, here and below, if the file is not a fake token
     explicit LoadedToken(const std::string& path = modulePath());
     ~LoadedToken();
     LoadedToken(const LoadedToken&) = delete;

@@ -1,5 +1,4 @@
-// A library that can be loaded and is no PKCS #11 module: it has no C_GetFunctionList.
-
+// A library that can be loaded but is no PKCS #11 module: it has no C_GetFunctionList.
 #ifdef _WIN32
 extern "C" __declspec(dllexport) int answerToEverything();
 #else

@@ -12,19 +12,15 @@
 namespace faketoken {
 namespace {
 
+/// \param path empty: no script
 void setScript(const std::string& path) {
 #ifdef _WIN32
-    _putenv_s("FAKETOKEN_SCRIPT", path.c_str());
+    _putenv_s("FAKETOKEN_SCRIPT", path.c_str()); // removes the variable if the value is empty
 #else
-    setenv("FAKETOKEN_SCRIPT", path.c_str(), 1);
-#endif
-}
-
-void unsetScript() {
-#ifdef _WIN32
-    _putenv_s("FAKETOKEN_SCRIPT", "");
-#else
-    unsetenv("FAKETOKEN_SCRIPT");
+    if (path.empty())
+        unsetenv("FAKETOKEN_SCRIPT");
+    else
+        setenv("FAKETOKEN_SCRIPT", path.c_str(), 1);
 #endif
 }
 
@@ -35,7 +31,7 @@ protected:
         setScript(script_);
     }
     void TearDown() override {
-        unsetScript();
+        setScript("");
         std::remove(script_.c_str());
         std::remove(record_.c_str());
         std::remove(other_.c_str());
@@ -303,6 +299,10 @@ TEST_F(FakeTokenScriptDeathTest, EndsTheProcessWhereItCannotBeUnderstood) {
     EXPECT_DEATH(LoadedToken(), "faketoken.script:2: unknown attribute colour");
     write("failwhile file C_Nothing 5\n");
     EXPECT_DEATH(LoadedToken(), "faketoken.script:1: the fake token has no C_Nothing");
+    write("certificate value=3000 id=0\n");
+    EXPECT_DEATH(LoadedToken(), "faketoken.script:1: an odd number of hexadecimal digits");
+    write("key id=0G\n");
+    EXPECT_DEATH(LoadedToken(), "faketoken.script:1: no hexadecimal digits: 0G");
     write("objectsfrom nowhere\n");
     EXPECT_DEATH(LoadedToken(), "faketoken.script:1: cannot read nowhere");
     writeOther("slot\n");

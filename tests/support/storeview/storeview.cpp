@@ -2,6 +2,7 @@
 #include "storeview.h"
 
 #include "childprocess.h"
+#include "hex.h"
 
 #include <cstring>
 #include <memory>
@@ -47,6 +48,8 @@ std::optional<KeyProvInfo> readKeyProvInfo(const CERT_CONTEXT* context) {
     if (!value)
         return std::nullopt;
     CRYPT_KEY_PROV_INFO info{};
+    if (value->size() < sizeof info)
+        throw std::runtime_error("key provider information is too short");
     std::memcpy(&info, value->data(), sizeof info);
     return KeyProvInfo::of(info);
 }
@@ -58,9 +61,8 @@ StoreEntry readEntry(const CERT_CONTEXT* context) {
 }
 
 void require(BOOL succeeded, const char* what) {
-    if (!succeeded)
-        throw std::runtime_error(std::string(what) + " failed with error " +
-                                 std::to_string(GetLastError()));
+    if (const DWORD error = GetLastError(); !succeeded)
+        throw std::runtime_error(std::string(what) + " failed with error " + std::to_string(error));
 }
 
 void setProperty(const CERT_CONTEXT* context, DWORD id, const void* value) {
@@ -85,38 +87,26 @@ void setKeyProvInfo(const CERT_CONTEXT* context, KeyProvInfo value) {
     setProperty(context, CERT_KEY_PROV_INFO_PROP_ID, &info);
 }
 
-constexpr char hexDigits[] = "0123456789abcdef";
-
-std::string hex(const Bytes& bytes) {
-    std::string text = "x";
-    for (const unsigned char byte : bytes) {
-        text += hexDigits[byte >> 4];
-        text += hexDigits[byte & 0x0F];
-    }
-    return text;
-}
-
-Bytes fromHexWord(const std::string& word) {
-    Bytes bytes;
-    for (std::size_t i = 1; i + 1 < word.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
-
 constexpr char none[] = "-";
 
-std::string hexOrNone(const std::optional<Bytes>& bytes) {
-    return bytes ? hex(*bytes) : none;
+// The x keeps the word of no bytes from being empty.
+std::string wordOf(const Bytes& bytes) {
+    return "x" + toHex(bytes);
 }
 
-std::string hexOrNone(const std::optional<std::wstring>& text) {
-    return text ? hex(friendlyNameBytes(*text)) : none;
+std::string wordOf(const std::optional<Bytes>& bytes) {
+    return bytes ? wordOf(*bytes) : none;
+}
+
+std::string wordOf(const std::optional<std::wstring>& text) {
+    return text ? wordOf(friendlyNameBytes(*text)) : none;
 }
 
 std::optional<Bytes> takeBytes(std::istream& words) {
     std::string word;
-    words >> word;
-    return word == none ? std::nullopt : std::optional(fromHexWord(word));
+    if (!(words >> word))
+        throw std::runtime_error("a line of a store ends too early");
+    return word == none ? std::nullopt : std::optional(fromHex(word.substr(1)));
 }
 
 std::optional<std::wstring> takeText(std::istream& words) {
@@ -125,7 +115,7 @@ std::optional<std::wstring> takeText(std::istream& words) {
         return std::nullopt;
     std::wstring text(bytes->size() / sizeof(wchar_t), L'\0');
     std::memcpy(text.data(), bytes->data(), text.size() * sizeof(wchar_t));
-    text.pop_back();
+    text.resize(text.find(L'\0'));
     return text;
 }
 
@@ -157,7 +147,7 @@ KeyProvInfo KeyProvInfo::of(const CRYPT_KEY_PROV_INFO& info) {
 }
 
 void PrintTo(const KeyProvInfo& info, std::ostream* out) {
-    *out << hexOrNone(info.container) << ' ' << hexOrNone(info.provider) << ' ' << info.type << ' '
+    *out << wordOf(info.container) << ' ' << wordOf(info.provider) << ' ' << info.type << ' '
          << info.flags << ' ' << info.parameterCount << ' ' << info.keySpec;
 }
 
@@ -231,8 +221,8 @@ TestStore::TestStore() {
 
 std::string toLine(const StoreEntry& entry) {
     std::ostringstream line;
-    line << hex(entry.encoded) << ' ' << hexOrNone(entry.friendlyName) << ' '
-         << hexOrNone(entry.korvaneCspRef);
+    line << wordOf(entry.encoded) << ' ' << wordOf(entry.friendlyName) << ' '
+         << wordOf(entry.korvaneCspRef);
     if (entry.keyProvInfo) {
         line << ' ';
         PrintTo(*entry.keyProvInfo, &line);

@@ -51,7 +51,7 @@ std::vector<StoreEntry> readStore(const std::wstring& name);
 std::vector<StoreEntry> readStoreInOtherProcess(const std::wstring& name);
 
 /// Adds a certificate with its properties to a store, opened anew.
-/// \throws std::runtime_error
+/// \throws std::runtime_error, here and below, if that fails
 void addToStore(const std::wstring& name, const StoreEntry& entry);
 /// The same, done by the program storetool.exe.
 void addToStoreInOtherProcess(const std::wstring& name, const StoreEntry& entry);
@@ -80,6 +80,7 @@ private:
 };
 
 /// An entry as one line of ASCII text, and back.
+/// \throws std::exception for a line that `toLine` does not write
 std::string toLine(const StoreEntry& entry);
 StoreEntry fromLine(const std::string& line);
 

@@ -1,6 +1,8 @@
 // The current user's system stores as they lie in the registry.
 #include "registrystore.h"
 
+#include "hex.h"
+
 #include <array>
 #include <vector>
 
@@ -9,16 +11,6 @@ namespace testsupport {
 namespace {
 
 constexpr wchar_t storesKey[] = L"Software\\Microsoft\\SystemCertificates\\";
-
-std::wstring upperHex(const std::array<BYTE, 20>& bytes) {
-    constexpr wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    for (const BYTE byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 0x0F];
-    }
-    return text;
-}
 
 std::vector<BYTE> serialize(const CERT_CONTEXT* certificate) {
     DWORD size = 0;
@@ -61,7 +53,8 @@ std::wstring RegistryStore::keyOf(const CERT_CONTEXT* certificate) const {
     std::array<BYTE, 20> hash{};
     auto size = static_cast<DWORD>(hash.size());
     CertGetCertificateContextProperty(certificate, CERT_SHA1_HASH_PROP_ID, hash.data(), &size);
-    return storesKey + name_ + L"\\Certificates\\" + upperHex(hash);
+    const std::string name = toHex(hash);
+    return storesKey + name_ + L"\\Certificates\\" + std::wstring(name.begin(), name.end());
 }
 
 } // namespace testsupport

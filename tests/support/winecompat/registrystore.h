@@ -18,11 +18,12 @@ public:
 
     const std::wstring& name() const noexcept { return name_; }
 
-    /// Writes a certificate with all its properties, new or again. False, with the last error
-    /// set, if the registry does not take it.
+    /// Writes a certificate with all its properties, whether it is there already or not.
+    /// \returns false, with the last error set, if the registry does not take it
     bool write(const CERT_CONTEXT* certificate) const;
 
-    /// Removes a certificate; one that is not there is no failure.
+    /// Removes a certificate; that it is not there is no failure.
+    /// \returns false, with the last error set, if the registry does not let it go
     bool remove(const CERT_CONTEXT* certificate) const;
 
 private:

@@ -189,7 +189,7 @@ bool isPresent(HCERTSTORE store, DWORD encoding, const CERT_CONTEXT* certificate
     return present != nullptr;
 }
 
-/// Hands a certificate that was added on to the registry and to the caller, if he wants it.
+/// Passes a certificate that was added on to the registry and, if asked to, to the caller.
 BOOL finishAddition(const OpenStore& store, const CERT_CONTEXT* added,
                     const CERT_CONTEXT** result) {
     if (!store.registry().write(added)) {
