@@ -1,5 +1,5 @@
-// Redirects a function that a loaded module imports, for the length of a scope:
-// to record its calls, to fail one of them, or to answer them.
+// Redirects a function that a loaded module imports, for the length of a scope: to record its
+// calls, to fail one of them, or to answer them.
 #pragma once
 
 #include "importslot.h"
@@ -18,8 +18,7 @@
 
 namespace testsupport {
 
-/// The names of hooked functions in the order of their calls, across all hooks
-/// that share it.
+/// The names of hooked functions in the order of their calls, across all hooks that share it.
 class CallLog {
 public:
     void add(std::string_view function) { names_.emplace_back(function); }
@@ -33,29 +32,29 @@ private:
 template <class Function>
 class ImportHook;
 
-/// What an `ImportHook` does, apart from how it is reached: an import table
-/// holds a plain address, so each signature has a fixed number of functions to
-/// lend, each of which finds its hook in a table.
+/// A hook on one imported function, whose signature is given as
+/// `ImportHook<decltype(CertCloseStore)>`. Calls go on to where they went before, unless told
+/// otherwise. Hooks on one function nest; destroy the last one first. One thread at a time.
 ///
-/// Give the signature as `ImportHook<decltype(CertCloseStore)>`. Calls go on to
-/// where they went before, unless told otherwise. Hooks on one function nest;
-/// destroy the last one first. One thread at a time.
+/// An import table holds a plain address, which says nothing of a hook. So there is a fixed number
+/// of functions (trampolines) for each signature, and each of them finds the hook that uses it in a
+/// table.
 template <class Result, class... Arguments>
 class ImportHook<Result(Arguments...)> {
 public:
     using Function = Result(Arguments...);
     using Call = std::tuple<Arguments...>;
 
-    /// \param log if given, also gets an entry for every call; it must outlive
-    /// the hook \throws std::invalid_argument if `module` does not import the
-    /// function
+    /// \param module a loaded module (an HMODULE)
+    /// \param log if given, also gets an entry for every call; it must outlive the hook
+    /// \throws std::invalid_argument if `module` does not import the function
+    /// \throws std::logic_error if all functions of the signature are in use
     ImportHook(void* module, std::string_view dll, std::string_view function,
                CallLog* log = nullptr)
         : name_(function), slot_(module, dll, function),
           original_(reinterpret_cast<Function*>(slot_.target())), log_(log) {
-        const std::size_t free = takeTrampoline(this);
-        slot_.redirect(reinterpret_cast<ImportSlot::Address>(trampolines[free]));
-        trampoline_ = free;
+        trampoline_ = takeTrampoline(this);
+        slot_.redirect(reinterpret_cast<ImportSlot::Address>(trampolines[trampoline_]));
     }
     ImportHook(const ImportHook&) = delete;
     ImportHook& operator=(const ImportHook&) = delete;
@@ -64,13 +63,11 @@ public:
         owners()[trampoline_] = nullptr;
     }
 
-    /// Answers every call from now on by `replacement`, which may call
-    /// `original()`.
+    /// Answers every call from now on by `replacement`, which may call `original()`.
     void replace(std::function<Function> replacement) { replacement_ = std::move(replacement); }
 
-    /// Answers the n-th call (the first is 1, counted from the making of the hook
-    /// or the last `reset`) by `result` without making it, after setting the
-    /// thread's last error.
+    /// Answers the n-th call (the first is 1, counted from the making of the hook or the last
+    /// `reset`) by `result` without making it, after setting the thread's last error.
     void fail(std::size_t n, Result result, DWORD lastError) {
         onCall(n, [result, lastError](Arguments...) {
             SetLastError(lastError);

@@ -16,8 +16,8 @@ using testing::ElementsAre;
 
 using DivideHook = ImportHook<decltype(MulDiv)>;
 
-// A compiler may load an imported address once for all calls of a function, so
-// each call that a hook is to see is in a function of its own.
+// A compiler may load an imported address once for all calls within a function, so each call that a
+// hook is to see is in a function of its own.
 using Divide = int (*)(int, int, int);
 int callMulDiv(int number, int numerator, int denominator) {
     return MulDiv(number, numerator, denominator);

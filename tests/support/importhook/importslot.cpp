@@ -45,8 +45,7 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
 
 void collectEntries(const Image& image, const IMAGE_IMPORT_DESCRIPTOR& descriptor,
                     std::string_view function, std::vector<ImportSlot::Address*>& entries) {
-    // Without a table of names of its own the descriptor's names were overwritten
-    // by addresses.
+    // Without a table of its own for names, addresses have taken the place of the names.
     if (descriptor.OriginalFirstThunk == 0)
         return;
     const auto* name = image.at<const IMAGE_THUNK_DATA>(descriptor.OriginalFirstThunk);

@@ -1,5 +1,4 @@
-// The place in a module's import table through which it calls one imported
-// function.
+// The place in a module's import table through which it calls one imported function.
 #pragma once
 
 #include <string_view>
@@ -7,21 +6,17 @@
 
 namespace testsupport {
 
-/// All entries of one module's import table for one function of one DLL.
-/// Changing them affects this module's calls only, and only those made through
-/// the table: not calls through pointers that it took earlier, as a compiler
-/// may do for all calls within one function.
+/// All entries of one module's import table for one function of one DLL. Changing them affects this
+/// module's calls only, and only those made through the table: not calls through pointers that it
+/// took earlier, as a compiler may do for all calls within one function.
 class ImportSlot {
 public:
     using Address = void (*)();
 
-    /// \param module   a loaded module (an HMODULE); it must stay loaded as long
-    /// as this object
-    ///   is used
-    /// \param dll      name of the DLL as the import table gives it; letter case
-    /// does not matter \param function name of the function; imports by ordinal
-    /// are not found \throws std::invalid_argument if the module does not import
-    /// the function
+    /// \param module a loaded module (an HMODULE), which must stay loaded while this object is used
+    /// \param dll the DLL's name as the import table gives it, in any letter case
+    /// \param function the function's name; imports by ordinal are not found
+    /// \throws std::invalid_argument if the module does not import the function
     ImportSlot(void* module, std::string_view dll, std::string_view function);
 
     /// Where the module's calls go now.
