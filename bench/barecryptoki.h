@@ -5,6 +5,8 @@
 #include <p11-kit/pkcs11.h>
 
 #include <array>
+#include <cstddef>
+#include <initializer_list>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -41,7 +43,8 @@ inline std::vector<CK_OBJECT_HANDLE> findBare(CK_FUNCTION_LIST* token, CK_SESSIO
         require(token->C_FindObjects(session, chunk.data(), static_cast<CK_ULONG>(chunk.size()),
                                      &count),
                 "C_FindObjects");
-        found.insert(found.end(), chunk.begin(), chunk.begin() + static_cast<long>(count));
+        found.insert(found.end(), chunk.begin(),
+                     chunk.begin() + static_cast<std::ptrdiff_t>(count));
     } while (count != 0);
     require(token->C_FindObjectsFinal(session), "C_FindObjectsFinal");
     return found;

@@ -1,6 +1,6 @@
-// What loading the library and calling it for the first time cost a process that has done
-// neither. Prints two rows of a report in the JSON of Google Benchmark, a line each.
+// What loading the library and calling it for the first time cost a process that has done neither.
 #include "buffer.h"
+#include "printrow.h"
 
 #include <windows.h>
 
@@ -8,17 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
-namespace {
-
 using Clock = std::chrono::steady_clock;
-
-void print(const char* name, Clock::time_point start, Clock::time_point end) {
-    std::printf("{\"name\": \"%s/certstoreupdater/1\", \"run_type\": \"iteration\", \"real_time\": "
-                "%.6f, \"time_unit\": \"ms\"}\n",
-                name, std::chrono::duration<double, std::milli>(end - start).count());
-}
-
-} // namespace
 
 int main() {
     const auto start = Clock::now();
@@ -28,7 +18,7 @@ int main() {
         std::fprintf(stderr, "loadbench: the library is not there\n");
         return 1;
     }
-    // korv::decimal
+    // korv::decimal, by the name that GCC gives it.
     using Decimal = buffer::Buffer<wchar_t> (*)(std::uint64_t);
     const auto decimal = reinterpret_cast<Decimal>(
         reinterpret_cast<void (*)()>(GetProcAddress(library, "_ZN4korv7decimalEy")));
@@ -37,7 +27,7 @@ int main() {
         return 1;
     }
     const auto called = Clock::now();
-    print("load", start, loaded);
-    print("firstcall", loaded, called);
+    bench::printRow("load/certstoreupdater/1", loaded - start);
+    bench::printRow("firstcall/certstoreupdater/1", called - loaded);
     return 0;
 }

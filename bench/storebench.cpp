@@ -1,17 +1,17 @@
 // Certificates in a Windows store, registered, found, listed and removed by the library and by the
-// bare CryptoAPI calls. Prints the rows of a report in the JSON of Google Benchmark, a line each:
-//   storebench [REPETITIONS]
+// bare CryptoAPI calls: storebench [REPETITIONS]
+#include "barestore.h"
 #include "bufcodecs.h"
 #include "certbuilder.h"
 #include "certstorehelper.h"
 #include "der.h"
+#include "printrow.h"
 #include "storeview.h"
 
 #include <windows.h>
 
 #include <wincrypt.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,17 +24,13 @@
 namespace {
 
 using namespace testsupport;
+using bench::bindingProperty;
+using bench::require;
 using pkcs11::certstoreupdater::CertItem;
 using pkcs11::certstoreupdater::CertMap;
 using pkcs11::certstoreupdater::CertStoreHelper;
 
 constexpr wchar_t csp[] = L"Benchmark CSP";
-constexpr DWORD bindingProperty = 54086;
-
-void require(bool succeeded, const char* what) {
-    if (!succeeded)
-        throw std::runtime_error(what);
-}
 
 struct Entry {
     Bytes der;
@@ -104,7 +100,7 @@ public:
 
     void add() override {
         for (const Entry& entry : entries_)
-            add(entry);
+            bench::registerBare(store_, entry.der, entry.container, csp, entry.label);
     }
 
     std::size_t find() override {
@@ -112,7 +108,7 @@ public:
         for (const Entry& entry : entries_) {
             const CERT_CONTEXT* context = locate(entry);
             found += context && !property(context, bindingProperty).empty() ? 1u : 0u;
-            // Freed by nobody, as the library is required to keep it.
+            // Not freed, because the library keeps it too.
         }
         return found;
     }
@@ -140,31 +136,6 @@ public:
     }
 
 private:
-    void add(const Entry& entry) {
-        const CERT_CONTEXT* context = nullptr;
-        require(CertAddEncodedCertificateToStore(store_, X509_ASN_ENCODING, entry.der.data(),
-                                                 static_cast<DWORD>(entry.der.size()),
-                                                 CERT_STORE_ADD_NEW, &context) != 0,
-                "CertAddEncodedCertificateToStore");
-        std::wstring container = entry.container;
-        std::wstring provider = csp;
-        CRYPT_KEY_PROV_INFO info{};
-        info.pwszContainerName = container.data();
-        info.pwszProvName = provider.data();
-        info.dwProvType = PROV_RSA_FULL;
-        info.dwKeySpec = AT_KEYEXCHANGE;
-        set(context, CERT_KEY_PROV_INFO_PROP_ID, &info);
-        std::wstring label = entry.label;
-        CRYPT_DATA_BLOB blob{static_cast<DWORD>((label.size() + 1) * sizeof(wchar_t)),
-                             reinterpret_cast<BYTE*>(label.data())};
-        set(context, CERT_FRIENDLY_NAME_PROP_ID, &blob);
-        std::string record(container.begin(), container.end());
-        record += "\n" + std::string(provider.begin(), provider.end()) + "\n";
-        blob = {static_cast<DWORD>(record.size()), reinterpret_cast<BYTE*>(record.data())};
-        set(context, bindingProperty, &blob);
-        CertFreeCertificateContext(context);
-    }
-
     const CERT_CONTEXT* locate(const Entry& entry) {
         const CERT_CONTEXT* wanted = CertCreateCertificateContext(
             X509_ASN_ENCODING, entry.der.data(), static_cast<DWORD>(entry.der.size()));
@@ -172,11 +143,6 @@ private:
                                                                CERT_FIND_EXISTING, wanted, nullptr);
         CertFreeCertificateContext(wanted);
         return found;
-    }
-
-    static void set(const CERT_CONTEXT* context, DWORD id, const void* value) {
-        require(CertSetCertificateContextProperty(context, id, 0, value) != 0,
-                "CertSetCertificateContextProperty");
     }
 
     static Bytes property(const CERT_CONTEXT* context, DWORD id) {
@@ -193,18 +159,9 @@ private:
     const std::vector<Entry>& entries_;
 };
 
-void measure(const std::string& name, const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    std::printf("{\"name\": \"%s\", \"run_type\": \"iteration\", \"real_time\": %.6f, "
-                "\"time_unit\": \"ms\"}\n",
-                name.c_str(), time.count());
-}
-
 void measureStore(const char* name, Contender& contender, std::size_t count) {
     const auto row = [&](const char* work, const std::function<void()>& action) {
-        measure(std::string(work) + "/" + name + "/" + std::to_string(count), action);
+        bench::measure(std::string(work) + "/" + name + "/" + std::to_string(count), action);
     };
     row("storeadd", [&] { contender.add(); });
     row("storefind", [&] { require(contender.find() == count, "finding"); });

@@ -1,14 +1,13 @@
-// How long the program takes for an update, against a program that makes the bare calls. Prints the
-// rows of a report in the JSON of Google Benchmark, a line each:
+// How long the program takes for an update, against a program that makes the bare calls:
 //   updatebench [CERTIFICATES [REPETITIONS]]
 #include "certbuilder.h"
 #include "childprocess.h"
 #include "installedcsp.h"
+#include "printrow.h"
 #include "storeview.h"
 #include "testfolder.h"
 #include "updaterprogram.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -22,14 +21,6 @@ using namespace testsupport;
 
 constexpr wchar_t csp[] = L"Benchmark CSP";
 
-std::string hex(const Bytes& bytes) {
-    std::string text;
-    for (const unsigned char byte : bytes)
-        for (const int digit : {byte >> 4, byte & 0x0F})
-            text += "0123456789ABCDEF"[digit];
-    return text;
-}
-
 std::string scriptFor(int certificates) {
     std::string script = "slot pin=1234\n";
     for (int number = 1; number <= certificates; ++number) {
@@ -37,8 +28,8 @@ std::string scriptFor(int certificates) {
         const Bytes encoded = CertBuilder().serialNumber(number).names(name, "Issuer").build();
         const Bytes id{static_cast<unsigned char>(number >> 8),
                        static_cast<unsigned char>(number & 0xFF)};
-        script += "certificate value=" + hex(encoded) + " id=" + hex(id) + " label=Holder%20" +
-                  std::to_string(number) + "\nkey id=" + hex(id) + "\n";
+        script += "certificate value=" + toHex(encoded) + " id=" + toHex(id) + " label=Holder%20" +
+                  std::to_string(number) + "\nkey id=" + toHex(id) + "\n";
     }
     return script;
 }
@@ -68,13 +59,8 @@ private:
                  const Action& action) const {
         for (int i = 0; i != repetitions_; ++i) {
             prepare();
-            const auto start = std::chrono::steady_clock::now();
-            action();
-            const std::chrono::duration<double, std::milli> time =
-                std::chrono::steady_clock::now() - start;
-            std::printf("{\"name\": \"%s/%s/%d\", \"run_type\": \"iteration\", "
-                        "\"real_time\": %.3f, \"time_unit\": \"ms\"}\n",
-                        work, contender, certificates_, time.count());
+            bench::measure(
+                std::string(work) + "/" + contender + "/" + std::to_string(certificates_), action);
         }
     }
 
