@@ -1,9 +1,9 @@
-// Runs all test programs of a bundle on a machine without tools, and writes what became of them
-// into a report: runtests.exe [PROGRAM...]
+// Runs all test programs of a bundle on a machine without tools, and writes a report of what became
+// of them: runtests.exe [PROGRAM...]
 //
-// In its folder lie tests.txt, which names the programs, a line each; bin, with the programs and
-// all that they load; and softhsm2.dll. It leaves there report.txt and
-// the folder results with what each program said.
+// In its folder lie tests.txt, which names the programs, one on each line; bin, with the programs
+// and all that they load; and softhsm2.dll. It leaves report.txt there, and the folder results with
+// the output and the results of each program.
 #include <nlohmann/json.hpp>
 
 #include <windows.h>
@@ -24,10 +24,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr DWORD patience = 600'000;
+constexpr DWORD patience = 600'000; // milliseconds
 
+/// How a program ended.
 struct Ending {
-    std::string how; // empty for an exit code of 0
+    std::string how; ///< empty for an exit code of 0
     double seconds = 0;
 };
 
@@ -36,6 +37,7 @@ struct Counts {
     unsigned failed = 0;
     unsigned skipped = 0;
 
+    bool isNothing() const { return passed + failed + skipped == 0; }
     Counts& operator+=(const Counts& other) {
         passed += other.passed;
         failed += other.failed;
@@ -60,12 +62,10 @@ fs::path ownFolder() {
     return fs::path(file).parent_path();
 }
 
-/// What the programs look for in their environment.
+/// Sets what the programs look for in their environment.
 void setEnvironment(const fs::path& folder) {
     SetEnvironmentVariableW(L"CSU_BUILD", folder.c_str());
-    SetEnvironmentVariableW(L"CSU_WINE", L"");
     SetEnvironmentVariableW(L"CSU_SOFTHSM_DLL", (folder / "softhsm2.dll").c_str());
-    SetEnvironmentVariableW(L"CSU_OUTPUT_SCHEMA", (folder / "certstoreupdate.schema.json").c_str());
 }
 
 Handle createLog(const fs::path& file) {
@@ -113,7 +113,7 @@ Ending run(const fs::path& program, const fs::path& results, const fs::path& log
     return ending;
 }
 
-/// The end of what a program said; why tests were skipped stands only there.
+/// The end of a program's output. Only there does it say why tests were skipped.
 std::string endOf(const fs::path& log) {
     constexpr std::streamoff length = 4000;
     std::ifstream stream(log, std::ios::binary | std::ios::ate);
@@ -122,30 +122,34 @@ std::string endOf(const fs::path& log) {
     return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
-/// Counts the tests in a program's results, and names those that failed, with their messages, and
-/// those that were skipped.
+/// Counts a test, and names it with its messages unless it passed.
+void countTest(const std::string& suite, const nlohmann::json& test, Counts& counts,
+               std::ostream& details) {
+    const std::string name = suite + "." + test.at("name").get<std::string>();
+    if (test.contains("failures")) {
+        ++counts.failed;
+        details << "\nFAILED " << name << "\n";
+        for (const auto& failure : test.at("failures"))
+            details << failure.at("failure").get<std::string>() << "\n";
+    } else if (test.at("result") == "SKIPPED") {
+        ++counts.skipped;
+        details << "\nskipped " << name << "\n";
+    } else if (test.at("status") == "RUN") {
+        ++counts.passed;
+    }
+}
+
+/// Counts the tests in a program's results; none if the program broke off before it wrote all of
+/// them.
 Counts readResults(const fs::path& file, std::ostream& details) {
     Counts counts;
     std::ifstream stream(file);
-    if (!stream)
+    const auto document = nlohmann::json::parse(stream, nullptr, false);
+    if (document.is_discarded())
         return counts;
-    const auto document = nlohmann::json::parse(stream);
     for (const auto& suite : document.at("testsuites"))
-        for (const auto& test : suite.at("testsuite")) {
-            const std::string name =
-                suite.at("name").get<std::string>() + "." + test.at("name").get<std::string>();
-            if (test.contains("failures")) {
-                ++counts.failed;
-                details << "\nFAILED " << name << "\n";
-                for (const auto& failure : test.at("failures"))
-                    details << failure.at("failure").get<std::string>() << "\n";
-            } else if (test.at("result") == "SKIPPED") {
-                ++counts.skipped;
-                details << "\nskipped " << name << "\n";
-            } else if (test.at("status") == "RUN") {
-                ++counts.passed;
-            }
-        }
+        for (const auto& test : suite.at("testsuite"))
+            countTest(suite.at("name").get<std::string>(), test, counts, details);
     return counts;
 }
 
@@ -158,7 +162,7 @@ std::string registryText(const wchar_t* name) {
     return fs::path(text).string();
 }
 
-std::string system() {
+std::string windowsVersion() {
     std::string text = registryText(L"ProductName") + ", version " +
                        registryText(L"DisplayVersion") + ", build " +
                        registryText(L"CurrentBuildNumber");
@@ -179,43 +183,54 @@ std::vector<std::string> programsToRun(const fs::path& folder, int argc, char** 
     return programs;
 }
 
+/// What the report says of all programs.
+struct Report {
+    Counts total;
+    unsigned broken = 0; ///< programs that ended without saying what failed, or without any result
+    std::ostringstream lines;
+    std::ostringstream details;
+};
+
+void runProgram(const std::string& name, const fs::path& folder, Report& report) {
+    const fs::path results = folder / "results" / (name + ".json");
+    const fs::path log = folder / "results" / (name + ".log");
+    std::cout << std::left << std::setw(36) << name << std::flush;
+    const Ending ending = run(folder / "bin" / (name + ".exe"), results, log);
+    std::ostringstream found;
+    const Counts counts = readResults(results, found);
+    report.total += counts;
+    if (counts.isNothing() || (!ending.how.empty() && counts.failed == 0))
+        ++report.broken;
+
+    std::ostringstream line;
+    line << counts << (ending.how.empty() ? "" : ", ") << ending.how << std::fixed
+         << std::setprecision(1) << ", " << ending.seconds << " s\n";
+    std::cout << line.str();
+    report.lines << std::left << std::setw(36) << name << line.str();
+    if (!found.str().empty() || !ending.how.empty() || counts.isNothing())
+        report.details << "\n==== " << name << "\n"
+                       << found.str() << "\nThe end of its output:\n"
+                       << endOf(log);
+}
+
+/// \returns the exit code: 0 if all tests passed
 int runAll(int argc, char** argv) {
     const fs::path folder = ownFolder();
     const std::vector<std::string> programs = programsToRun(folder, argc, argv);
     setEnvironment(folder);
-    const fs::path results = folder / "results";
-    fs::remove_all(results);
-    fs::create_directories(results);
+    fs::remove_all(folder / "results");
+    fs::create_directories(folder / "results");
 
-    std::ostringstream summary, details;
-    Counts total;
-    unsigned broken = 0;
-    for (const std::string& name : programs) {
-        std::cout << std::left << std::setw(36) << name << std::flush;
-        const Ending ending = run(folder / "bin" / (name + ".exe"), results / (name + ".json"),
-                                  results / (name + ".log"));
-        std::ostringstream found;
-        const Counts counts = readResults(results / (name + ".json"), found);
-        total += counts;
-        // A program that broke off may have written no results: then its end is the failure.
-        if (!ending.how.empty() && counts.failed == 0)
-            ++broken;
-        std::ostringstream line;
-        line << counts << (ending.how.empty() ? "" : ", ") << ending.how << std::fixed
-             << std::setprecision(1) << ", " << ending.seconds << " s\n";
-        std::cout << line.str();
-        summary << std::left << std::setw(36) << name << line.str();
-        if (!found.str().empty() || !ending.how.empty())
-            details << "\n==== " << name << "\n"
-                    << found.str() << "\nThe end of its output:\n"
-                    << endOf(results / (name + ".log"));
-    }
+    Report report;
+    for (const std::string& name : programs)
+        runProgram(name, folder, report);
     std::ostringstream last;
-    last << "in all: " << total << ", " << broken << " programs broke off\n";
-    std::ofstream(folder / "report.txt") << system() << "\n\n"
-                                         << summary.str() << last.str() << details.str();
-    std::cout << last.str() << "The report: " << (folder / "report.txt").string() << "\n";
-    return total.failed || broken ? 1 : 0;
+    last << "in all: " << report.total << ", " << report.broken << " programs broke off\n";
+    const fs::path file = folder / "report.txt";
+    std::ofstream(file) << windowsVersion() << "\n\n"
+                        << report.lines.str() << last.str() << report.details.str();
+    std::cout << last.str() << "The report: " << file.string() << "\n";
+    return report.total.failed || report.broken ? 1 : 0;
 }
 
 } // namespace
