@@ -1,4 +1,4 @@
-// Whether a document is as a JSON Schema says.
+// Tells whether a document is as a JSON Schema says.
 #include "jsonschema.h"
 
 #include <valijson/adapters/nlohmann_json_adapter.hpp>
@@ -20,7 +20,7 @@ namespace {
 
 using valijson::adapters::NlohmannJsonAdapter;
 
-// Programs that were carried to another machine have what they need beside them.
+// On a machine that only runs the programs, what they need lies beside them.
 std::filesystem::path besideProgram(const std::filesystem::path& file) {
     std::wstring program(32768, L'\0');
     program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
@@ -31,10 +31,14 @@ nlohmann::json readSchema(const std::filesystem::path& file) {
     std::ifstream stream(exists(file) ? file : besideProgram(file), std::ios::binary);
     if (!stream)
         throw std::runtime_error("the schema " + file.string() + " cannot be read");
-    return nlohmann::json::parse(stream);
+    try {
+        return nlohmann::json::parse(stream);
+    } catch (const nlohmann::json::parse_error& error) {
+        throw std::runtime_error("the schema " + file.string() + " is not JSON: " + error.what());
+    }
 }
 
-void understand(const nlohmann::json& document, valijson::Schema& schema) {
+void load(const nlohmann::json& document, valijson::Schema& schema) {
     valijson::SchemaParser parser(valijson::SchemaParser::kDraft7);
     parser.populateSchema(NlohmannJsonAdapter(document), schema);
 }
@@ -58,7 +62,7 @@ std::string lines(valijson::ValidationResults& results) {
 std::string violations(const std::string& jsonText, const std::filesystem::path& schemaFile) {
     const nlohmann::json schemaDocument = readSchema(schemaFile);
     valijson::Schema schema;
-    understand(schemaDocument, schema);
+    load(schemaDocument, schema);
 
     nlohmann::json document;
     try {

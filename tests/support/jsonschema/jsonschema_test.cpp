@@ -1,10 +1,10 @@
 // Documents held against a schema.
 #include "jsonschema.h"
+#include "temporaryfolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -49,13 +49,12 @@ protected:
             }
         })");
     }
-    ~JsonSchema() override { std::filesystem::remove(file_); }
 
     void write(const std::string& text) { std::ofstream(file_) << text; }
     std::string violationsOf(const std::string& document) { return violations(document, file_); }
 
-    const std::filesystem::path file_ =
-        std::filesystem::path(std::getenv("CSU_BUILD")) / "jsonschema_test.schema.json";
+    const TemporaryFolder folder_{"certstoreupdater jsonschema"};
+    const std::filesystem::path file_ = folder_.path() / "test.schema.json";
 };
 
 TEST_F(JsonSchema, IsKeptByWhatIsAsItSays) {
@@ -105,7 +104,7 @@ TEST_F(JsonSchema, IsViolatedByWhatIsNoJson) {
 TEST_F(JsonSchema, MustBeThereAndBeOne) {
     EXPECT_THROW(violations("{}", file_.parent_path() / "none.json"), std::runtime_error);
     write("{");
-    EXPECT_THROW(violationsOf("{}"), std::exception);
+    EXPECT_THROW(violationsOf("{}"), std::runtime_error);
     write(R"({"type": "nothing"})");
     EXPECT_THROW(violationsOf("{}"), std::runtime_error);
     write(R"({"$ref": "#/definitions/none"})");

@@ -10,11 +10,12 @@
 
 namespace testsupport {
 
-/// Made empty in the system's folder for temporary files, with a name that no other process uses,
+/// Made empty in the system's folder for temporary files, under a name that no other process uses,
 /// and removed with all that is in it.
 class TemporaryFolder {
 public:
-    /// \param name what the folder's name begins with
+    /// \param name what the folder's name begins with; objects that live at the same time in one
+    ///   process need different names
     explicit TemporaryFolder(const std::filesystem::path& name = "certstoreupdater test")
         : path_(std::filesystem::temp_directory_path() / name) {
         path_ += " " + std::to_string(GetCurrentProcessId());
@@ -31,7 +32,8 @@ public:
 
     const std::filesystem::path& path() const noexcept { return path_; }
 
-    /// A file in the folder, with its folders. `name` is relative.
+    /// Makes a file in the folder, and the folders that lead to it.
+    /// \param name relative to the folder, here and below
     std::filesystem::path makeFile(const std::filesystem::path& name) const {
         const std::filesystem::path file = (path_ / name).make_preferred();
         std::filesystem::create_directories(file.parent_path());
