@@ -14,7 +14,7 @@ namespace testsupport {
 
 namespace {
 
-/// A value of the keys that were made here; others are left alone.
+/// A value that marks the keys that were made here; others are left alone.
 constexpr wchar_t mark[] = L"InstalledForTests";
 
 struct CloseAnyHandle {
@@ -27,7 +27,7 @@ struct CloseKey {
 };
 using Key = std::unique_ptr<std::remove_pointer_t<HKEY>, CloseKey>;
 
-/// One process at a time looks who uses a provider and acts on it.
+/// Lets one process at a time look who uses a provider and act on it.
 class Turn {
 public:
     Turn() : mutex_(CreateMutexW(nullptr, FALSE, L"certstoreupdater installed CSPs")) {
@@ -48,9 +48,17 @@ std::wstring keyOf(const std::wstring& csp) {
     return L"Software\\Microsoft\\Cryptography\\Defaults\\Provider\\" + csp;
 }
 
-/// A provider's name may be longer than that of a kernel object.
+/// The name of the event that exists while the provider is used: a hash, because a provider's name
+/// may be longer than that of a kernel object.
 std::wstring useOf(const std::wstring& csp) {
     return L"certstoreupdater CSP " + std::to_wstring(std::hash<std::wstring>()(csp));
+}
+
+Handle use(const std::wstring& csp) {
+    Handle event(CreateEventW(nullptr, TRUE, FALSE, useOf(csp).c_str()));
+    if (!event)
+        throw std::runtime_error("the use of a CSP cannot be announced");
+    return event;
 }
 
 bool isUsed(const std::wstring& csp) {
@@ -71,21 +79,23 @@ bool set(const Key& key, const wchar_t* value, DWORD number) {
 void install(const std::wstring& csp) {
     HKEY key = nullptr;
     DWORD disposition = 0;
+    // Volatile: a provider that a crash leaves behind is gone when Windows starts again.
     if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyOf(csp).c_str(), 0, nullptr, REG_OPTION_VOLATILE,
                         KEY_SET_VALUE, nullptr, &key, &disposition) != ERROR_SUCCESS)
         throw std::runtime_error("no CSP can be installed");
     const Key owner(key);
     if (disposition == REG_CREATED_NEW_KEY &&
         !(set(owner, mark, 1) && set(owner, L"Type", PROV_RSA_FULL)))
-        throw std::runtime_error("a CSP cannot be installed as a whole");
+        throw std::runtime_error("a CSP cannot be installed completely");
 }
 
 } // namespace
 
 InstalledCsp::InstalledCsp(const std::wstring& name) : name_(name), use_(nullptr) {
     const Turn turn;
+    Handle event = use(name_);
     install(name_);
-    use_ = CreateEventW(nullptr, TRUE, FALSE, useOf(name_).c_str());
+    use_ = event.release();
 }
 
 InstalledCsp::~InstalledCsp() {

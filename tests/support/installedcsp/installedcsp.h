@@ -6,13 +6,13 @@
 namespace testsupport {
 
 /// Registers a provider of type PROV_RSA_FULL, as a name that CryptEnumProviders lists; there is no
-/// library behind it. Several objects, also of processes that run side by side, may install the
-/// same name: it goes with the last of them. One that was installed by others stays as it was.
-/// What a process that crashed has left behind goes with the next object of that name, or when
-/// Windows is started anew.
+/// library behind it. Several objects may install the same name, also in processes that run side by
+/// side: it goes with the last of them. A provider that somebody else installed stays as it was.
+/// What a crashed process leaves behind goes with the next object of that name, or when Windows
+/// starts again.
 ///
-/// All programs of the machine see the provider. A test that counts what only it may see chooses
-/// a name with its process id in it.
+/// All programs of the machine see the provider. A test that counts providers of its own puts its
+/// process id into their names.
 class InstalledCsp {
 public:
     /// Needs the right to write to the machine's part of the registry.
@@ -27,7 +27,7 @@ public:
 
 private:
     std::wstring name_;
-    void* use_; ///< a kernel object that exists as long as someone uses the name
+    void* use_; ///< an event that exists as long as someone uses the name
 };
 
 } // namespace testsupport
