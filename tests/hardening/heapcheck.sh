@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs a test program with a heap that looks at all its blocks at every call, and fails if the
-# program does or if the heap is not as it should be: heapcheck.sh PROGRAM [ARGUMENT...]
+# Runs a test program on a heap that checks all its blocks at every call, and fails if the program
+# fails or if the heap was damaged: heapcheck.sh PROGRAM [ARGUMENT...]
 # Windows has such heaps too (gflags /i PROGRAM +hpc); this is how Wine is asked for one.
 set -euo pipefail
 

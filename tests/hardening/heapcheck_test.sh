@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What heapcheck.sh is trusted to find, it finds.
+# heapcheck.sh finds what it is trusted to find.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Looks at the DLL and the program as the linker made them: images.py flags|exports|imports
+"""Checks the DLL and the program as the linker made them: images.py flags|exports|imports
 
-flags    what makes the life of an exploit hard is switched on
+flags    the mitigations against exploits are switched on
 exports  the DLL exports what src/exports.txt lists; with --write the list is made anew
 imports  both need nothing but Windows and the compiler's run-time library
 
-Each check must also see what is so in images that were made for it: unhardened.exe is linked to be
-wrong, loadslater.dll exports one function.
+Each check is also tried on an image that was made for it: unhardened.exe is linked to fail, and
+loadslater.dll exports one function.
 """
 
 import difflib
@@ -53,7 +53,7 @@ def number(pattern, text):
 
 
 def flaws(image):
-    """What is not switched on."""
+    """What a mitigation lacks in an image, one line each."""
     text = headers(image)
     set_flags = number(r"^DllCharacteristics\s+([0-9a-f]+)$", text)
     for name, flag in DLL_CHARACTERISTICS.items():
@@ -114,7 +114,7 @@ def surprising_imports(image, known):
         yield "imports nothing"
     for name in sorted(imports - known):
         yield f"imports {name}"
-    # What is loaded late is looked for by whatever rules the process has then.
+    # A library that is loaded late is looked for by whatever rules the process has by then.
     if number(r"^Entry d [0-9a-f]+ ([0-9a-f]+) Delay Import Directory", text):
         yield "has delayed imports"
 

@@ -6,12 +6,13 @@
 
 namespace hardening {
 
-/// Bytes that lie in memory only in disguise, so that looking for them does not find them here.
+/// Bytes that are kept in disguise, so that a search for them does not find them here.
 class Disguised {
 public:
     static constexpr std::size_t capacity = 64;
 
-    /// Bytes that are nowhere else, the same for the same seed. None of them is zero.
+    /// Makes bytes that are nowhere else, the same for the same seed. None of them is zero.
+    /// \param size at most `capacity`
     Disguised(unsigned seed, std::size_t size);
 
     std::size_t size() const noexcept { return size_; }
@@ -24,9 +25,9 @@ private:
     std::size_t size_;
 };
 
-/// How often the bytes lie in memory that this process can read, as they are or, like text that
-/// was converted to UTF-16, with a zero behind each. Of this process's other threads none may
-/// free memory meanwhile.
+/// How often the bytes lie in memory that this process can read, as they are or, like text that was
+/// converted to UTF-16, with a zero behind each. No other thread of the process may free memory
+/// meanwhile.
 std::size_t timesInMemory(const Disguised& secret);
 
 } // namespace hardening

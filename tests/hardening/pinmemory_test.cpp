@@ -1,5 +1,5 @@
-// The PIN in the memory of a process that logs in: nowhere but where the caller keeps it, so that
-// a caller who wipes it has wiped all of it.
+// The PIN in the memory of a process that logs in: it is nowhere but where the caller keeps it, so
+// that a caller who wipes it has wiped every copy.
 #include "expectcryptokierror.h"
 #include "memorysearch.h"
 #include "pkcs11helper.h"
@@ -65,7 +65,7 @@ INSTANTIATE_TEST_SUITE_P(OfBytes, PinInMemory, testing::Values(8, 15, 16, 40),
 // What the tests above rely on.
 class MemorySearch : public testing::Test {
 protected:
-    // What one test leaves behind is not what another one looks for.
+    // No test finds what another one left behind.
     static inline unsigned lastSeed = 0xBEEF;
     const Disguised secret{++lastSeed, 24};
 };

@@ -1,6 +1,6 @@
 // Libraries that lie where an attacker can put them, in the current directory and in the search
-// path, and must not be loaded instead of a module or of what it needs. Through the DLL and the
-// program; tests/pkcs11 has more about where modules are looked for.
+// path, and that must not be loaded in place of a module or of what it needs. Tried through the DLL
+// and the program; tests/pkcs11 has more about where modules are looked for.
 #include "expectcryptokierror.h"
 #include "loadedtoken.h"
 #include "pkcs11helper.h"
@@ -13,6 +13,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <string>
+#include <system_error>
 
 namespace {
 
@@ -24,28 +27,56 @@ using pkcs11::certstoreupdater::Pkcs11Helper;
 
 constexpr wchar_t notFound[] = L"126"; // ERROR_MOD_NOT_FOUND
 
+/// Makes a folder the current directory for as long as this lives.
+class CurrentDirectory {
+public:
+    explicit CurrentDirectory(const fs::path& folder) : previous_(fs::current_path()) {
+        fs::current_path(folder);
+    }
+    ~CurrentDirectory() {
+        std::error_code ignored;
+        fs::current_path(previous_, ignored);
+    }
+    CurrentDirectory(const CurrentDirectory&) = delete;
+    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
+
+private:
+    fs::path previous_;
+};
+
+/// Gives an environment variable a value for as long as this lives.
+class EnvironmentVariable {
+public:
+    EnvironmentVariable(const char* name, const std::string& value) : name_(name) {
+        if (const char* const previous = std::getenv(name))
+            previous_ = previous;
+        SetEnvironmentVariableA(name_, value.c_str());
+    }
+    ~EnvironmentVariable() {
+        SetEnvironmentVariableA(name_, previous_ ? previous_->c_str() : nullptr);
+    }
+    EnvironmentVariable(const EnvironmentVariable&) = delete;
+    EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+private:
+    const char* name_;
+    std::optional<std::string> previous_;
+};
+
 /// A folder that is both the current directory and the first of the search path for as long as this
 /// lives.
 class Planted {
 public:
     explicit Planted(const fs::path& folder)
-        : currentPath_(fs::current_path()), searchPath_(std::getenv("PATH")) {
-        fs::current_path(folder);
-        SetEnvironmentVariableA("PATH", (folder.string() + ";" + searchPath_).c_str());
-    }
-    ~Planted() {
-        SetEnvironmentVariableA("PATH", searchPath_.c_str());
-        fs::current_path(currentPath_);
-    }
-    Planted(const Planted&) = delete;
-    Planted& operator=(const Planted&) = delete;
+        : currentDirectory_(folder),
+          searchPath_("PATH", folder.string() + ";" + std::getenv("PATH")) {}
 
 private:
-    fs::path currentPath_;
-    std::string searchPath_;
+    CurrentDirectory currentDirectory_;
+    EnvironmentVariable searchPath_;
 };
 
-/// What the system's loader does by itself: the check that the trap works.
+/// Whether the system's own search finds it, which shows that the trap works.
 bool systemFinds(const fs::path& name) {
     const HMODULE handle = LoadLibraryW(name.c_str());
     if (handle)
@@ -104,15 +135,14 @@ TEST_F(PlantedLibrary, IsNotTakenForWhatALibraryNeedsThatTheModuleNeeds) {
     ASSERT_TRUE(systemFinds(modulePath("needsneighbour")));
     EXPECT_EQ(reasonForNotLoading(modulePath("needsneighbour")), notFound);
 
-    // All three together are what the module's maker delivers.
+    // All three in one folder: that is how a module is delivered.
     const std::string module = copied(modulePath("needsneighbour"));
     copied(modulePath("neighbour"));
     copied(fs::path(plantedFolder()) / "plantedlibrary.dll");
     EXPECT_EQ(reasonForNotLoading(module), L"C_GetFunctionList is missing");
 }
 
-// What a module loads later it looks for by the rules of the process, which are the program's to
-// make.
+// What a module loads later is looked for by the rules of the process, which the program makes.
 class LibraryThatAModuleLoadsLater : public PlantedLibrary {
 protected:
     std::string recorded() const {
@@ -127,22 +157,19 @@ protected:
 TEST_F(LibraryThatAModuleLoadsLater, IsNotTakenFromTheProgramsCurrentDirectory) {
     if (testsupport::runningOnWine())
         GTEST_SKIP() << "Wine looks there even when SetDllDirectory forbids it";
-    const fs::path previous = fs::current_path();
-    fs::current_path(plantedFolder());
+    const CurrentDirectory planted(plantedFolder());
     const auto outcome =
         testsupport::runUpdater({{L"status", L"--module", fs::path(module).wstring(),
                                   L"--allow-unsigned-module", L"--csp", L"CSP"},
                                  "",
                                  {{L"LOADSLATER_RECORD", record.wstring()}}});
-    fs::current_path(previous);
     EXPECT_EQ(outcome.exitCode, 3) << testing::PrintToString(outcome);
     EXPECT_EQ(recorded(), "not found");
 }
 
 TEST_F(LibraryThatAModuleLoadsLater, IsLookedForAsTheProgramThatUsesTheDllHasIt) {
-    const fs::path previous = fs::current_path();
-    fs::current_path(plantedFolder());
-    SetEnvironmentVariableW(L"LOADSLATER_RECORD", record.c_str());
+    const CurrentDirectory planted(plantedFolder());
+    const EnvironmentVariable recordVariable("LOADSLATER_RECORD", record.string());
     faketoken::expectCryptokiError(L"6", [&] { Pkcs11Helper helper(module); });
     EXPECT_EQ(recorded(), "found");
 
@@ -150,8 +177,6 @@ TEST_F(LibraryThatAModuleLoadsLater, IsLookedForAsTheProgramThatUsesTheDllHasIt)
     SetDllDirectoryW(folder.path().c_str());
     faketoken::expectCryptokiError(L"6", [&] { Pkcs11Helper helper(module); });
     SetDllDirectoryW(nullptr);
-    SetEnvironmentVariableW(L"LOADSLATER_RECORD", nullptr);
-    fs::current_path(previous);
     EXPECT_EQ(recorded(), "not found");
 }
 

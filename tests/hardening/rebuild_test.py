@@ -2,7 +2,7 @@
 """Builds what is packaged twice, in different folders, and compares: rebuild_test.py FOLDER
 
 The DLL and the program must be the same bytes, so that anybody can check that what is shipped was
-made from these sources. What is in FOLDER from last time is built again as far as it changed.
+made from these sources. A FOLDER from last time is used again: only what changed is built.
 """
 
 import filecmp

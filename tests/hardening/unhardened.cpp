@@ -1,5 +1,5 @@
-// A program that is linked without anything that makes the life of an exploit hard, and that needs
-// a library of which nobody knows. It is looked at and not run.
+// A program that is linked without any mitigation against exploits and that needs a library which
+// is not Windows'. It is looked at, never run.
 extern "C" __declspec(dllimport) int plantedFunction();
 
 int main() {
