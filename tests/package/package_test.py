@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Makes the packages of a release build and uses them: package_test.py BUILD OTHER-BUILD FOLDER
 
-The zip must hold what contents.txt lists, with every DLL that something in it needs; a project of
-somebody else must build against it and run with nothing but its bin folder. The installer must
-put the same files down, again over an older installation, and take them away. The other build is
-of the same sources in another folder: its zip must be the same bytes.
+The zip must hold what contents.txt lists, with every DLL that something in it needs; somebody
+else's project must build against it and run with nothing but its bin folder. The installer must
+install the same files, also over an older installation, and remove them. The other build is of the
+same sources in another folder: its zip must be the same bytes.
 """
 
 import filecmp
@@ -34,7 +34,7 @@ def run(*command, check=True, **options):
 
 
 def wine(*command, check=True, capture_output=False, **environment):
-    """What runs finds no DLL but its own and the system's."""
+    """Runs a program that finds no DLLs but those beside it and the system's."""
     return run(os.environ["CSU_WINE"], *command, check=check, capture_output=capture_output,
                env={**os.environ, "CSU_OWN_DLLS_ONLY": "1", **environment})
 
@@ -78,12 +78,13 @@ def imports_of(image):
     return imports
 
 
-def check_imports(folder):
-    there = {path.name.lower() for path in folder.iterdir()}
+def check_imports(folder, windows=WINDOWS):
+    """What the programs and DLLs of a folder need is Windows' or lies in the folder or below it."""
+    there = {path.name.lower() for path in folder.rglob("*")}
     for image in folder.iterdir():
-        imports = imports_of(image)
-        lacking = imports - WINDOWS - there
-        expect(not lacking, f"{image.name} needs {', '.join(sorted(lacking))}")
+        if image.suffix in (".dll", ".exe"):
+            lacking = imports_of(image) - windows - there
+            expect(not lacking, f"{image.name} needs {', '.join(sorted(lacking))}")
 
 
 def check_symbols(folder):
@@ -93,7 +94,7 @@ def check_symbols(folder):
 
 
 def check_links(folder):
-    """What the documents point to is there."""
+    """What the documents link to is packaged."""
     for document in folder.rglob("*.md"):
         text = document.read_text(encoding="utf-8")
         for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", text):
@@ -135,7 +136,7 @@ def registered_version():
 
 
 def forget_installation():
-    """Of a run that was broken off."""
+    """Removes what a run that was broken off left in the registry."""
     subprocess.run([os.environ["CSU_WINE"], "reg", "delete", UNINSTALL_KEY, "/f"],
                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
 
@@ -146,7 +147,7 @@ def check_installer(installer, unpacked, version, target):
         # NSIS wants this argument last and without quotes.
         wine(installer, "/S", "/D=" + windows_path(target))
         expect([name for name in files_below(target) if name != "Uninstall.exe"]
-               == files_below(unpacked), f"{time} the installer puts other files down than the zip")
+               == files_below(unpacked), f"{time} the installer installs other files than the zip")
         for name in files_below(unpacked):
             expect(filecmp.cmp(target / name, unpacked / name, shallow=False),
                    f"the installer's {name} is not that of the zip")
@@ -155,7 +156,7 @@ def check_installer(installer, unpacked, version, target):
     expect(said == f"certstoreupdate {version}", f"what is installed says: {said}")
 
     (target / "bin" / "mine.txt").write_text("not the installer's", encoding="utf-8")
-    # Like this it does not remove itself but ends when all is done.
+    # With this argument it does not remove itself, and so ends only when all is done.
     wine(target / "Uninstall.exe", "/S", "_?=" + windows_path(target))
     left = files_below(target)
     expect(left == ["Uninstall.exe", "bin/mine.txt"], f"after removing there is: {left}")
