@@ -1,16 +1,10 @@
 // What comes out of a run of the library.
 #pragma once
 
-#include <initializer_list>
 #include <iosfwd>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-namespace korv {
-class GenericEvent;
-}
 
 namespace torture {
 

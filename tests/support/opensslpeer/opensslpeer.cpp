@@ -106,8 +106,9 @@ Encodings encodingsOf(const asn1::Certificate& certificate) {
     return {encoded(certificate), encoded(certificate.subjectPublicKeyInfo())};
 }
 
-/// Both encode the certificate to the same bytes, if not with the parameters that it has, of which
-/// OpenSSL puts a constructed string together, then without them.
+/// Whether both encode the certificate to the same bytes. OpenSSL puts the segments of a
+/// constructed string together, also in an algorithm's parameters; so it is enough if they do so
+/// without those.
 bool isEncodedTheSame(const asn1::Certificate& ours, X509* theirs) {
     if (encodingsOf(ours) == encodingsBy(theirs))
         return true;

@@ -1,5 +1,5 @@
-// OpenSSL as a second reader of certificates: what is accepted here it accepts too, with two
-// exceptions, and reads the same from it.
+// OpenSSL as a second reader of certificates. What is accepted here it accepts too, with two
+// exceptions, and it reads the same from it.
 #pragma once
 
 #include "certificate.h"
@@ -12,13 +12,15 @@ namespace testsupport {
 /// Whether all of `der` is a certificate to OpenSSL.
 bool isAcceptedByOpenSsl(buffer::BufferRange<unsigned char> der);
 
-/// The same for a certificate that was decoded here, but for what only OpenSSL looks at: the
-/// constructed bits that tag matching ignores are as DER has them, and the values of names and of
-/// algorithms' parameters, which nobody here looks into before asking for them, are plain ones.
+/// The same for a certificate that was decoded here, without what only OpenSSL looks at:
+/// constructed bits, which tag matching ignores here, are set right, and the values in names and
+/// the parameters of algorithms, which are not looked into here before somebody asks for them, are
+/// replaced or left out.
 bool isAcceptedByOpenSslButForOpaqueParts(const asn1::Certificate& certificate);
 
-/// What OpenSSL reads differently from the encoding of a certificate; nothing if it reads the
-/// same. Extensions are compared where both can read them; one that is DER both must.
+/// What OpenSSL reads differently from the encoding of a certificate; empty if it reads the same.
+/// Extensions are compared where both can read them; one that is DER must not be read by OpenSSL
+/// alone.
 std::vector<std::string> differencesFromOpenSsl(const asn1::Certificate& certificate);
 
 } // namespace testsupport

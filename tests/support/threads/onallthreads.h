@@ -10,7 +10,7 @@ namespace testsupport {
 inline constexpr int threadCount = 4;
 
 /// Runs `work(thread number)` on `count` threads, which begin together, and waits for their end.
-/// They wait by looking: with std::latch a program once hung under Wine.
+/// They wait for each other in a loop, because a program once hung in std::latch under Wine.
 template <class Work>
 void onAllThreads(Work work, int count = threadCount) {
     std::atomic<int> ready = 0;

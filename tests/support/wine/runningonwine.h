@@ -5,7 +5,7 @@
 
 namespace testsupport {
 
-/// For tests of what Wine does not do. Each says what it is.
+/// For tests of what Wine does not do; each of them says what that is.
 inline bool runningOnWine() {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
