@@ -1,8 +1,8 @@
 // Reading a token's certificates, against the calls that it takes.
 #include "barecryptoki.h"
 #include "comparison.h"
+#include "memorytoken.h"
 #include "pkcs11helper.h"
-#include "softtoken.h"
 
 #include <cstdlib>
 #include <map>
@@ -16,8 +16,8 @@ using pkcs11::certstoreupdater::CertListPackage;
 using pkcs11::certstoreupdater::Pkcs11Helper;
 
 /// Made at the first use and kept: making a token takes longer than reading it.
-SoftToken& tokenOf(std::size_t certificates) {
-    static std::map<std::size_t, SoftToken> tokens;
+MemoryToken& tokenOf(std::size_t certificates) {
+    static std::map<std::size_t, MemoryToken> tokens;
     return tokens.try_emplace(certificates, certificates).first->second;
 }
 
@@ -30,7 +30,7 @@ std::size_t sizeOf(const CertListPackage& all) {
 class Reader {
 public:
     explicit Reader(std::size_t certificates) : helper_(moduleWith(certificates)) {
-        const std::string pin = SoftToken::pin;
+        const std::string pin = MemoryToken::pin;
         helper_.login({reinterpret_cast<const unsigned char*>(pin.data()), pin.size()});
         own_ = std::make_unique<OwnSession>();
     }
@@ -47,7 +47,7 @@ public:
 private:
     static std::string moduleWith(std::size_t certificates) {
         tokenOf(certificates).select();
-        return SoftToken::module();
+        return MemoryToken::module();
     }
 
     Pkcs11Helper helper_;
@@ -80,8 +80,8 @@ void addProgram(const char* contender, const std::string& command, std::size_t c
 }
 
 void addPrograms(std::size_t certificates) {
-    const std::string module = SoftToken::module();
-    const std::string pin = SoftToken::pin;
+    const std::string module = MemoryToken::module();
+    const std::string pin = MemoryToken::pin;
     addProgram(library, BENCH_READTOKEN " " + module + " " + pin, certificates);
     addProgram("p11tool",
                "p11tool --provider=" + module + " --login --set-pin=" + pin + " --list-all-certs",

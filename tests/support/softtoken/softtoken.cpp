@@ -1,21 +1,50 @@
 // A token of SoftHSM, made and changed through its PKCS #11 module.
 #include "softtoken.h"
 
-#include <windows.h>
-
-#include <p11-kit/pkcs11.h>
-
 #include <array>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
 namespace testsupport {
 
 namespace {
 
-constexpr wchar_t configurationVariable[] = L"SOFTHSM2_CONF";
+using NativeText = SoftToken::NativeText;
+
 constexpr std::string_view securityOfficerPin = "security officer 1";
+
+#ifdef _WIN32
+constexpr wchar_t configurationVariable[] = L"SOFTHSM2_CONF";
+
+void* load(const std::filesystem::path& file) {
+    return LoadLibraryW(file.c_str());
+}
+void unload(void* library) {
+    FreeLibrary(static_cast<HMODULE>(library));
+}
+void* find(void* library, const char* function) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), function));
+}
+#else
+constexpr char configurationVariable[] = "SOFTHSM2_CONF";
+
+void* load(const std::filesystem::path& file) {
+    return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+void unload(void* library) {
+    dlclose(library);
+}
+void* find(void* library, const char* function) {
+    return dlsym(library, function);
+}
+#endif
 
 void require(CK_RV answer, const char* function) {
     if (answer != CKR_OK)
@@ -25,16 +54,13 @@ void require(CK_RV answer, const char* function) {
 /// The module, loaded and initialised.
 class Module {
 public:
-    Module() : library_(LoadLibraryW(SoftToken::module().c_str())) {
+    explicit Module(const std::filesystem::path& file) : library_(load(file)) {
         if (!library_)
-            throw std::runtime_error("CSU_SOFTHSM_DLL does not name SoftHSM's module");
-        const auto getFunctionList = reinterpret_cast<CK_C_GetFunctionList>(
-            reinterpret_cast<void (*)()>(GetProcAddress(library_, "C_GetFunctionList")));
+            throw std::runtime_error("SoftHSM's module cannot be loaded: " + file.string());
         try {
-            require(getFunctionList(&functions_), "C_GetFunctionList");
-            require(functions_->C_Initialize(nullptr), "C_Initialize");
+            initialize();
         } catch (...) {
-            FreeLibrary(library_);
+            unload(library_);
             throw;
         }
     }
@@ -42,20 +68,32 @@ public:
     Module& operator=(const Module&) = delete;
     ~Module() {
         functions_->C_Finalize(nullptr);
-        FreeLibrary(library_);
+        unload(library_);
     }
 
+    CK_FUNCTION_LIST* functions() const { return functions_; }
     CK_FUNCTION_LIST* operator->() const { return functions_; }
 
     CK_SLOT_ID firstSlot() const {
         std::array<CK_SLOT_ID, 8> slots{};
         auto count = static_cast<CK_ULONG>(slots.size());
         require(functions_->C_GetSlotList(CK_TRUE, slots.data(), &count), "C_GetSlotList");
+        if (count == 0)
+            throw std::runtime_error("SoftHSM has no slot");
         return slots.front();
     }
 
 private:
-    HMODULE library_;
+    void initialize() {
+        const auto getFunctionList =
+            reinterpret_cast<CK_C_GetFunctionList>(find(library_, "C_GetFunctionList"));
+        if (!getFunctionList)
+            throw std::runtime_error("the file is no PKCS #11 module");
+        require(getFunctionList(&functions_), "C_GetFunctionList");
+        require(functions_->C_Initialize(nullptr), "C_Initialize");
+    }
+
+    void* library_;
     CK_FUNCTION_LIST* functions_ = nullptr;
 };
 
@@ -100,103 +138,122 @@ CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, std::string_view text) {
 CK_BBOOL yes = CK_TRUE;
 CK_BBOOL no = CK_FALSE;
 
-void initialise(const Module& module) {
+void initializeToken(const Module& module, std::string_view pin) {
     constexpr std::string_view label = "Test token                      "; // 32 characters
     static_assert(label.size() == 32);
     require(module->C_InitToken(module.firstSlot(), writable(securityOfficerPin),
                                 sizeOf(securityOfficerPin), writable(label)),
             "C_InitToken");
     const Session session(module, CKU_SO, securityOfficerPin);
-    require(module->C_InitPIN(session.handle(), writable(SoftToken::pin), sizeOf(SoftToken::pin)),
-            "C_InitPIN");
+    require(module->C_InitPIN(session.handle(), writable(pin), sizeOf(pin)), "C_InitPIN");
 }
 
-CK_OBJECT_HANDLE findCertificate(const Module& module, CK_SESSION_HANDLE session,
-                                 const Bytes& encoded) {
+} // namespace
+
+void SoftTokenEditor::addKey(const Bytes& id) {
+    // The curve P-256, 1.2.840.10045.3.1.7.
+    const Bytes curve{0x06, 0x08, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
+    CK_MECHANISM mechanism{CKM_EC_KEY_PAIR_GEN, nullptr, 0};
+    std::array publicKey{attribute(CKA_TOKEN, no), attribute(CKA_EC_PARAMS, curve)};
+    std::array privateKey{attribute(CKA_TOKEN, yes), attribute(CKA_PRIVATE, yes),
+                          attribute(CKA_SENSITIVE, yes), attribute(CKA_SIGN, yes),
+                          attribute(CKA_ID, id)};
+    CK_OBJECT_HANDLE handles[2] = {};
+    require(module_->C_GenerateKeyPair(session_, &mechanism, publicKey.data(),
+                                       static_cast<CK_ULONG>(publicKey.size()), privateKey.data(),
+                                       static_cast<CK_ULONG>(privateKey.size()), &handles[0],
+                                       &handles[1]),
+            "C_GenerateKeyPair");
+}
+
+void SoftTokenEditor::addCertificate(const Bytes& encoded, const Bytes& id,
+                                     std::string_view label) {
+    CK_OBJECT_CLASS certificates = CKO_CERTIFICATE;
+    CK_CERTIFICATE_TYPE x509 = CKC_X_509;
+    // SoftHSM wants a subject and does not look at it.
+    const Bytes subject{0x30, 0x00};
+    std::array certificate{
+        attribute(CKA_CLASS, certificates), attribute(CKA_CERTIFICATE_TYPE, x509),
+        attribute(CKA_TOKEN, yes),          attribute(CKA_PRIVATE, no),
+        attribute(CKA_SUBJECT, subject),    attribute(CKA_ID, id),
+        attribute(CKA_LABEL, label),        attribute(CKA_VALUE, encoded)};
+    CK_OBJECT_HANDLE object = 0;
+    require(module_->C_CreateObject(session_, certificate.data(),
+                                    static_cast<CK_ULONG>(certificate.size()), &object),
+            "C_CreateObject");
+}
+
+void SoftTokenEditor::removeCertificate(const Bytes& encoded) {
+    require(module_->C_DestroyObject(session_, findCertificate(encoded)), "C_DestroyObject");
+}
+
+CK_OBJECT_HANDLE SoftTokenEditor::findCertificate(const Bytes& encoded) const {
     CK_OBJECT_CLASS certificates = CKO_CERTIFICATE;
     std::array wanted{attribute(CKA_CLASS, certificates), attribute(CKA_VALUE, encoded)};
-    require(module->C_FindObjectsInit(session, wanted.data(), static_cast<CK_ULONG>(wanted.size())),
-            "C_FindObjectsInit");
+    require(
+        module_->C_FindObjectsInit(session_, wanted.data(), static_cast<CK_ULONG>(wanted.size())),
+        "C_FindObjectsInit");
     CK_OBJECT_HANDLE object = 0;
     CK_ULONG count = 0;
-    require(module->C_FindObjects(session, &object, 1, &count), "C_FindObjects");
-    require(module->C_FindObjectsFinal(session), "C_FindObjectsFinal");
+    require(module_->C_FindObjects(session_, &object, 1, &count), "C_FindObjects");
+    require(module_->C_FindObjectsFinal(session_), "C_FindObjectsFinal");
     if (count == 0)
         throw std::runtime_error("the token has no such certificate");
     return object;
 }
 
-} // namespace
-
-SoftToken::SoftToken(const std::filesystem::path& folder)
-    : configuration_(folder / "softhsm2.conf") {
+SoftToken::SoftToken(const std::filesystem::path& folder, const std::filesystem::path& file,
+                     std::string_view userPin)
+    : file_(file), configuration_(folder / "softhsm2.conf"), pin_(userPin) {
     std::filesystem::create_directory(folder / "tokens");
     std::ofstream(configuration_) << "directories.tokendir = "
                                   << (folder / "tokens").generic_string() << "\n"
                                   << "objectstore.backend = file\n"
                                   << "log.level = ERROR\n";
+    select();
+    initializeToken(Module(file_), pin_);
+}
+
+void SoftToken::edit(const std::function<void(SoftTokenEditor&)>& changes) const {
+    select();
+    const Module module(file_);
+    const Session session(module, CKU_USER, pin_);
+    SoftTokenEditor editor(module.functions(), session.handle());
+    changes(editor);
+}
+
+void SoftToken::addKey(const Bytes& id) const {
+    edit([&](SoftTokenEditor& editor) { editor.addKey(id); });
+}
+
+void SoftToken::addCertificate(const Bytes& encoded, const Bytes& id,
+                               std::string_view label) const {
+    edit([&](SoftTokenEditor& editor) { editor.addCertificate(encoded, id, label); });
+}
+
+void SoftToken::removeCertificate(const Bytes& encoded) const {
+    edit([&](SoftTokenEditor& editor) { editor.removeCertificate(encoded); });
+}
+
+void SoftToken::select() const {
+#ifdef _WIN32
     _wputenv_s(configurationVariable, configuration_.c_str());
-    initialise(Module());
+#else
+    setenv(configurationVariable, configuration_.c_str(), 1);
+#endif
 }
 
-template <class Function>
-void SoftToken::edit(Function function) const {
-    _wputenv_s(configurationVariable, configuration_.c_str());
-    const Module module;
-    const Session session(module, CKU_USER, pin);
-    function(module, session.handle());
+std::map<NativeText, NativeText> SoftToken::environment() const {
+    return {{configurationVariable, configuration_.native()}};
 }
 
-void SoftToken::addKey(const Bytes& id) {
-    edit([&](const Module& module, CK_SESSION_HANDLE session) {
-        // The curve P-256, 1.2.840.10045.3.1.7.
-        const Bytes curve{0x06, 0x08, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
-        CK_MECHANISM mechanism{CKM_EC_KEY_PAIR_GEN, nullptr, 0};
-        std::array publicKey{attribute(CKA_TOKEN, no), attribute(CKA_EC_PARAMS, curve)};
-        std::array privateKey{attribute(CKA_TOKEN, yes), attribute(CKA_PRIVATE, yes),
-                              attribute(CKA_SENSITIVE, yes), attribute(CKA_SIGN, yes),
-                              attribute(CKA_ID, id)};
-        CK_OBJECT_HANDLE handles[2] = {};
-        require(module->C_GenerateKeyPair(
-                    session, &mechanism, publicKey.data(), static_cast<CK_ULONG>(publicKey.size()),
-                    privateKey.data(), static_cast<CK_ULONG>(privateKey.size()), &handles[0],
-                    &handles[1]),
-                "C_GenerateKeyPair");
-    });
-}
-
-void SoftToken::addCertificate(const Bytes& encoded, const Bytes& id, std::string_view label) {
-    edit([&](const Module& module, CK_SESSION_HANDLE session) {
-        CK_OBJECT_CLASS certificates = CKO_CERTIFICATE;
-        CK_CERTIFICATE_TYPE x509 = CKC_X_509;
-        // SoftHSM wants a subject and does not look at it.
-        const Bytes subject{0x30, 0x00};
-        std::array certificate{
-            attribute(CKA_CLASS, certificates), attribute(CKA_CERTIFICATE_TYPE, x509),
-            attribute(CKA_TOKEN, yes),          attribute(CKA_PRIVATE, no),
-            attribute(CKA_SUBJECT, subject),    attribute(CKA_ID, id),
-            attribute(CKA_LABEL, label),        attribute(CKA_VALUE, encoded)};
-        CK_OBJECT_HANDLE object = 0;
-        require(module->C_CreateObject(session, certificate.data(),
-                                       static_cast<CK_ULONG>(certificate.size()), &object),
-                "C_CreateObject");
-    });
-}
-
-void SoftToken::removeCertificate(const Bytes& encoded) {
-    edit([&](const Module& module, CK_SESSION_HANDLE session) {
-        require(module->C_DestroyObject(session, findCertificate(module, session, encoded)),
-                "C_DestroyObject");
-    });
-}
-
-std::wstring SoftToken::module() {
-    const wchar_t* file = _wgetenv(L"CSU_SOFTHSM_DLL");
-    return file ? file : L"";
-}
-
-std::map<std::wstring, std::wstring> SoftToken::environment() const {
-    return {{configurationVariable, configuration_.wstring()}};
+NativeText SoftToken::module() {
+#ifdef _WIN32
+    const wchar_t* const file = _wgetenv(L"CSU_SOFTHSM_DLL");
+#else
+    const char* const file = std::getenv("CSU_NATIVE_SOFTHSM");
+#endif
+    return file ? file : NativeText();
 }
 
 } // namespace testsupport
