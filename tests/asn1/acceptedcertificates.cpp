@@ -199,25 +199,25 @@ void PrintTo(const Accepted& row, std::ostream* out) {
 const std::vector<ReasonText>& reasons() {
     static const std::vector<ReasonText> texts = {
         {Reason::constructedBit, "Constructed bits",
-         "Tags match whatever their constructed bit; encoding puts the bit right. An explicit tag "
-         "is the exception: its bit is checked. A string in segments is one with a wrong bit: the "
-         "segments are not put together."},
+         "Tags match whatever their constructed bit is, and encoding corrects the bit. Only "
+         "explicit tags must have the right bit. A string in segments counts as a string with a "
+         "wrong bit: the segments are not joined."},
         {Reason::opaqueValue, "Values that nobody has asked for",
-         "Values of names, parameters of algorithms and octets of extensions are kept as they came "
-         "and looked at when they are asked for: a malformed one fails that question, not the "
-         "certificate. Only their outermost tag and length must be DER, and of an extension not "
-         "even these."},
+         "The values of names, the parameters of algorithms and the octets of extensions are kept "
+         "as they are, and decoded when somebody asks for them. If one is malformed, that "
+         "question fails, not the certificate. Only the outermost tag and length must be DER; in "
+         "the octets of an extension not even these."},
         {Reason::range, "Ranges and combinations",
-         "DER says how a value is written, not which values a certificate may have. Tokens hold "
-         "certificates that break rules of RFC 5280, and whether these are good enough is for "
-         "whoever relies on them."},
+         "DER says how a value is encoded, not which values a certificate may have. Some "
+         "certificates on tokens break rules of RFC 5280. Whether they are good enough is for "
+         "their users to decide."},
         {Reason::setOrder, "Order in a SET OF",
-         "X.690 11.6 asks for ascending order. Names are signed, compared and looked up as they "
-         "came, so their order is kept, as all parsers do."},
+         "X.690 11.6 requires ascending order. Names are signed, compared and looked up as they "
+         "are, so their order is kept, as in all parsers."},
         {Reason::otherAlgorithm, "Two algorithms",
-         "RFC 5280 4.1.1.2 asks that both be the same: that is for whoever verifies the "
-         "signature."},
-        {Reason::isDer, "Unusual, but DER", "Accepted by right."},
+         "RFC 5280 4.1.1.2 requires both to be the same. Whoever verifies the signature has to "
+         "check that."},
+        {Reason::isDer, "Unusual, but DER", "These are correct DER."},
     };
     return texts;
 }

@@ -654,39 +654,40 @@ std::vector<RefusedPart> refusedCertificates() {
 
 const std::vector<RuleText>& rulesOfDer() {
     static const std::vector<RuleText> rules = {
-        {Rule::typeTag, "X.690 8.1.2", "an element has the tag of the type that stands there"},
+        {Rule::typeTag, "X.690 8.1.2", "an element has the tag of the expected type"},
         {Rule::members, "X.690 8.9.2",
-         "members stand in their order, once; none is missing that must be there, and none is "
-         "there that the type does not have"},
+         "the members of a type come in their order, once each; no mandatory member is missing, "
+         "and there are no others"},
         {Rule::tagNumber, "X.690 8.1.2.4",
-         "a tag number from 31 on is written in the fewest octets, one below in the first octet; "
-         "numbers have at most 31 bits here"},
-        {Rule::endOfContentsTag, "X.690 8.1.5", "tag 0 marks the end of contents only"},
+         "a tag number below 31 is in the first octet; a larger one takes the fewest octets and "
+         "has at most 31 bits here"},
+        {Rule::endOfContentsTag, "X.690 8.1.5", "tag 0 only marks the end of contents"},
         {Rule::extent, "X.690 8.1.3",
-         "an element has a length, and its contents end within what encloses it"},
+         "an element has a length, and its contents end inside the enclosing element"},
         {Rule::reservedLength, "X.690 8.1.3.5 c)", "the length octet FF is never used"},
         {Rule::shortestLength, "X.690 10.1", "a length takes the fewest octets"},
         {Rule::definiteLength, "X.690 10.1", "lengths are definite"},
-        {Rule::wholeInput, "X.690 8.1.1", "nothing stands behind the certificate"},
+        {Rule::wholeInput, "X.690 8.1.1", "nothing follows the certificate"},
         {Rule::constructedExplicitTag, "X.690 8.14.2", "an explicit tag is constructed"},
-        {Rule::omittedDefault, "X.690 11.5", "a value that is the default is left out"},
+        {Rule::omittedDefault, "X.690 11.5", "a member that has its default value is omitted"},
         {Rule::oneOctetBoolean, "X.690 8.2.1", "a BOOLEAN is one octet"},
         {Rule::trueIsFF, "X.690 11.1", "TRUE is FF"},
-        {Rule::integerOctets, "X.690 8.3.1", "an INTEGER has an octet at least"},
+        {Rule::integerOctets, "X.690 8.3.1", "an INTEGER has at least one octet"},
         {Rule::shortestInteger, "X.690 8.3.2", "an INTEGER takes the fewest octets"},
         {Rule::unusedBits, "X.690 8.6.2",
-         "a BIT STRING begins with the number of its unused bits, at most 7, and 0 if nothing "
-         "follows"},
+         "a BIT STRING begins with the number of its unused bits, which is at most 7, and 0 if no "
+         "bits follow"},
         {Rule::clearedBits, "X.690 11.2.1", "unused bits are 0"},
         {Rule::arcs, "X.690 8.19.2",
-         "an identifier has an arc at least; each takes the fewest octets and ends"},
+         "an object identifier has at least one arc; each arc is complete and takes the fewest "
+         "octets"},
         {Rule::identifierBound, "",
-         "an identifier has at most 4096 octets, a bound of this decoder: writing an arc takes "
-         "time that grows with its square"},
+         "an object identifier has at most 4096 octets. This is a limit of this decoder: the time "
+         "to write an arc grows with the square of its length"},
         {Rule::utcTimeForm, "X.690 11.8", "a UTCTime is YYMMDDHHMMSSZ"},
         {Rule::generalizedTimeForm, "X.690 11.7",
          "a GeneralizedTime is YYYYMMDDHHMMSSZ; a fraction follows a point and does not end in 0"},
-        {Rule::calendar, "X.680 46, 47", "there is such a day and such a time"},
+        {Rule::calendar, "X.680 46, 47", "the date and the time exist"},
     };
     return rules;
 }

@@ -71,32 +71,36 @@ void writePage(std::ostream& out) {
     const std::vector<RefusedPart> parts = refusedCertificates();
     out << R"(# How strictly certificates are read
 
-`./dev docs` writes this page from the tables that the tests go through, so it says what is tested:
+`./dev docs` generates this page from the tables that the tests use,
 [refusedcertificates.cpp](../tests/asn1/refusedcertificates.cpp) and
-[acceptedcertificates.cpp](../tests/asn1/acceptedcertificates.cpp). A test compares it with them.
+[acceptedcertificates.cpp](../tests/asn1/acceptedcertificates.cpp), so it says what is tested. A test
+checks that the page is up to date.
 
-Certificates from a token and from a store are decoded as DER, as a whole, in one pass. Each
-certificate in the tables differs from a good one in what is said of it. The last column says what
-OpenSSL's `d2i_X509` makes of the same octets. What is accepted here it accepts too, but for
-constructed bits and values that nobody has asked for. What both accept both read alike: names,
-serial number, version, key usage, basic constraints, and the octets that they encode; but OpenSSL
-puts together the segments of a string that is an algorithm's parameter. That holds for these
-certificates, for those of Debian's authorities, and for all that [fuzzing](fuzzing.md) comes across.
+Certificates from a token or a store are decoded strictly, as DER. Each certificate in the tables below
+differs from a good one in one respect, which the first column describes. The last column says whether
+OpenSSL's `d2i_X509` accepts the same octets.
+
+OpenSSL accepts every certificate that is accepted here, except for some with constructed bits, or with
+malformed values that are decoded only when somebody asks for them. Where both accept a certificate,
+both read the same names, serial number, version, key usage and basic constraints, and encode it to the
+same octets; only the segments of a string in an algorithm's parameters are joined by OpenSSL alone. The
+tests check this for the certificates below, for the authorities that Debian trusts, and for all inputs
+of the [fuzzers](fuzzing.md).
 
 ## Refused
 
-Always with `QuorError_Asn1_Decode`. Its "CAUSE" is in the column "error", with its "POSITION": the
-octet at which the broken element begins, or at which one is missing. The target of the decoding
-stays as it was.
+Decoding these throws `QuorError_Asn1_Decode`. The column "error" has its "CAUSE" and its "POSITION": the
+octet at which the wrong element begins, or at which an element is missing. The object that was to
+receive the certificate stays unchanged.
 
 )";
     writeRules(parts, out);
     for (const RefusedPart& part : parts)
         writeRefused(part, out);
     out << R"(
-## Accepted, although a stricter reader might not
+## Accepted, although a stricter decoder might refuse
 
-What is accepted encodes to the same octets again, but for constructed bits.
+These certificates encode to the same octets again, except for constructed bits.
 )";
     for (const ReasonText& reason : reasons())
         writeAccepted(reason, out);
