@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Runs the benchmark and writes what it found: bench.py [--quick]
 
-Prints one table and writes it, with charts, to docs/benchmarks.md and docs/images/. The programs
-are built already: build/native-release and build/windows-release. --quick measures each row for a short time only and writes no documents.
+Prints a table, and writes it with charts to docs/benchmarks.md and docs/images/. The programs must have
+been built in build/native-release and build/windows-release. With --quick it measures each row for a
+shorter time and writes no documents.
 """
 
 import json
@@ -173,6 +174,8 @@ def machine():
 
 def main():
     quick = sys.argv[1:] == ["--quick"]
+    if sys.argv[1:] and not quick:
+        sys.exit("usage: ./dev bench [--quick]")
     start = time.monotonic()
     RESULTS.mkdir(parents=True, exist_ok=True)
     measurements = Measurements()

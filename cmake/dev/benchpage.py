@@ -1,4 +1,4 @@
-"""The page about the benchmark: every number on it was measured in the run that wrote it."""
+"""Writes the page about the benchmark. All its numbers come from the run that wrote it."""
 
 from datetime import date
 
@@ -8,30 +8,30 @@ from charts import duration, number
 
 HEAD = """# Benchmarks
 
-What the library does, measured against what people use instead, side by side in one run.
-This page and its charts were written by
+How fast the library is, beside what people would use instead, measured in one run. This page and its
+charts were written by
 
     ./dev bench
 
-which installs what it compares with, builds everything for release, and measures. Run it on your own machine; only the ratios mean anything on another.
+which installs the other libraries, builds everything for release, and measures. On another machine the
+times differ; compare the ratios.
 """
 
 HOW = """## How it is measured
 
-- Every contender does the same work on the same input, in one program, compiled with `-O2`; the
-  others are Debian's packages. Certificates are those of Debian's package `ca-certificates` that
-  all libraries accept; they are taken in turn, so that nobody gets used to one. The benchmark
-  refuses to run unless all libraries read the same serial number, validity, KeyUsage and
-  BasicConstraints from each of them, and write the same bytes.
-- Times are the median of the repetitions, which are shuffled among all contenders; behind it stands
-  the middle half of them. For work inside one program it is the processor's time, for whole programs
-  the clock's.
-- Allocations are the calls of `malloc` and its kin, in whatever library they are made. Instructions
-  are counted by callgrind, so that they are the same on every machine with the same packages.
-- The ratio is the time of this library by the time of the fastest other: below 1 is faster.
-- The program starts a second thread before it measures, because shared pointers of the standard
-  library count without atomic operations as long as there is none. A `wchar_t` has four bytes here
-  and two on Windows.
+- All contenders do the same work on the same input, in one program compiled with `-O2`. The other
+  libraries are Debian's packages. The certificates are those in Debian's package `ca-certificates` that
+  all libraries accept; they are used in turn, so that no contender reads the same one twice in a row. The
+  benchmark refuses to run unless all libraries read the same serial number, validity, KeyUsage and
+  BasicConstraints from each certificate, and write the same bytes.
+- Times are medians of repetitions, which run in random order among all contenders; the parentheses have
+  the middle half of them. Work inside one program is measured in processor time, whole programs by the
+  clock.
+- Allocations are all calls of `malloc` and its relatives, in any library. Instructions are counted by
+  callgrind, so they are the same on every machine with the same packages.
+- The ratio is this library's time divided by that of the fastest other; below 1 is faster.
+- The program starts a second thread before it measures, because without one the standard library's
+  shared pointers count without atomic operations. A `wchar_t` has four bytes here and two on Windows.
 """
 
 
@@ -76,7 +76,7 @@ def floors(rows):
     if not missed:
         yield "Every goal is met."
         return
-    yield "What keeps the rows that miss their goal from it:\n"
+    yield "Why some rows miss their goal:\n"
     for row, size in missed:
         yield f"- {sentence(row.label(size))}: {row.floor or 'not known yet.'}"
 
