@@ -47,7 +47,7 @@ bool isSame(const WantedMap& a, const WantedMap& b) {
         });
 }
 
-/// Whether it is about the module's file, not about what the module answered.
+/// Whether the module's file is at fault, and not what the module answered.
 bool cannotBeLoaded(const Failure& failure) {
     return failure.event() && failure.event()->parent();
 }
@@ -78,10 +78,12 @@ public:
     }
 
 private:
+    enum class Presence { unknown, absent, present };
+
     /// Follows the token until it cannot be read any more or this is to end.
     /// \returns false if there is no token
     bool follow() {
-        tokenWasThere_ = false;
+        lastSeen_ = Presence::unknown;
         hasRead_ = false;
         try {
             const auto unloadFailure =
@@ -92,6 +94,7 @@ private:
             if (!isNoTokenPresent(failure))
                 throw;
             wasLoaded_ = true;
+            lastSeen_ = Presence::absent;
             if (!mustClean_)
                 backoff_.reset();
             return false;
@@ -101,7 +104,7 @@ private:
 
     void followPresent(Token& token) {
         wasLoaded_ = true;
-        tokenWasThere_ = true;
+        lastSeen_ = Presence::present;
         logIn(token);
         do {
             look(token);
@@ -124,9 +127,9 @@ private:
         const TokenContents contents = token.read(options_.selection.reading());
         hasRead_ = true;
         mustClean_ = false;
-        if (presence_ != Presence::present)
+        if (told_ != Presence::present)
             tell("token-present", L"the token is present");
-        presence_ = Presence::present;
+        told_ = Presence::present;
         WantedMap wanted = wantedOf(contents, options_.selection);
         if (!inStep_ || !isSame(*inStep_, wanted))
             synchronise(std::move(wanted));
@@ -154,14 +157,14 @@ private:
     }
 
     void waitForToken() {
-        if (presence_ == Presence::unknown)
+        if (told_ == Presence::unknown)
             tell("token-absent", L"there is no token; waiting for one");
-        if (presence_ == Presence::present) {
+        if (told_ == Presence::present) {
             tell("token-gone", L"the token is gone");
             inStep_.reset();
             mustClean_ = options_.cleanWhenGone;
         }
-        presence_ = Presence::absent;
+        told_ = Presence::absent;
         if (mustClean_) {
             const Json result = clean(options_, interruption_, output_);
             output_.event({{"event", "cleaned"}, {"clean", result}});
@@ -198,31 +201,39 @@ private:
                             (failure.event() && meansLostSession(*failure.event())));
     }
 
-    /// Waits, but no longer than the token is there: its fault leaves with it.
+    /// Waits, but not once the token has left, which takes its fault with it, or has returned.
     void waitForNextTry(milliseconds delay) {
         const auto end = Clock::now() + delay;
         const auto nextLook = [&] {
             return std::min(options_.interval, std::chrono::ceil<milliseconds>(end - Clock::now()));
         };
         while (!interruption_.waitFor(nextLook()) && Clock::now() < end) {
-            if (tokenWasThere_ && isTokenGone()) {
+            if (hasTokenLeft() || hasTokenReturned()) {
                 backoff_.reset();
                 return;
             }
         }
     }
 
-    bool isTokenGone() const {
+    bool hasTokenLeft() const {
+        return lastSeen_ == Presence::present && lookForToken() == Presence::absent;
+    }
+    bool hasTokenReturned() const {
+        return lastSeen_ == Presence::absent && lookForToken() == Presence::present;
+    }
+
+    /// Loads the module to see whether the token is there; unknown if it does not start.
+    Presence lookForToken() const {
         try {
             withToken(module_, [](Token&) {});
-            return false;
+            return Presence::present;
         } catch (const Failure& failure) {
-            return isNoTokenPresent(failure);
+            return isNoTokenPresent(failure) ? Presence::absent : Presence::unknown;
         }
     }
 
-    /// Whether trying again would lock the token, or what was named is no module, or nobody could
-    /// hear of it. A module that only does not start may wait for its device.
+    /// Whether another try could lock the token, or is in vain because the file is no module or
+    /// the output cannot be written. A module that merely does not start may wait for its device.
     bool isFinal(const Failure& failure) const {
         return loginFailed_ || failure.code() == ExitCode::unexpected ||
                (failure.code() == ExitCode::module && !wasLoaded_ && cannotBeLoaded(failure));
@@ -233,21 +244,19 @@ private:
         output_.event({{"event", event}});
     }
 
-    enum class Presence { unknown, absent, present };
-
     const Options& options_;
     Output& output_;
-    const ModuleFile module_; ///< before the PIN, which nobody is to be asked for in vain
+    const ModuleFile module_; ///< first, so that nobody is asked for a PIN in vain
     Pin pin_;
-    const Interruption interruption_; ///< made after the PIN was asked for: that can be broken off
+    const Interruption interruption_; ///< after the PIN prompt, which Ctrl-C ends at once
     Backoff backoff_;
     bool loginFailed_ = false;
-    bool wasLoaded_ = false;     ///< the module, once at least
-    bool tokenWasThere_ = false; ///< when the module was loaded last
-    bool hasRead_ = false;       ///< the token, since the module was loaded
-    Presence presence_ = Presence::unknown;
-    bool mustClean_ = false;          ///< the token is gone, and its entries are not yet
-    std::optional<WantedMap> inStep_; ///< what the store was brought into step with
+    bool wasLoaded_ = false;                ///< the module, at least once
+    Presence lastSeen_ = Presence::unknown; ///< the token, when the module was loaded last
+    bool hasRead_ = false;                  ///< the token, since the module was loaded
+    Presence told_ = Presence::unknown;     ///< what the user was told of the token last
+    bool mustClean_ = false;                ///< the token is gone, but its entries are not yet
+    std::optional<WantedMap> inStep_;       ///< what the store was brought into step with
 };
 
 } // namespace

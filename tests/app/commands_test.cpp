@@ -25,7 +25,7 @@ TEST_F(Sync, RegistersWhatHasAKeyOnTheToken) {
     certificateWithKey(numbered(2), "02");
     certificate(numbered(3), "03", "other");
     EXPECT_THAT(run(L"sync"), EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(testsupport::readStoreInOtherProcess(store.name()),
+    EXPECT_THAT(seenByOthers(),
                 UnorderedElementsAre(registered(numbered(1), L"CKAIDHEX:01A2FF", L"Anna \u00E4"),
                                      registered(numbered(2), L"CKAIDHEX:02", L"Holder 2")));
 }

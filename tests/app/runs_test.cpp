@@ -25,11 +25,8 @@ using testing::UnorderedElementsAreArray;
 constexpr int many = 1000;
 
 std::string idOf(int number) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string id;
-    for (int shift = 12; shift >= 0; shift -= 4)
-        id += digits[(number >> shift) & 0xF];
-    return id;
+    return testsupport::toHex(
+        Bytes{static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)});
 }
 
 StoreEntry entryOf(int number) {

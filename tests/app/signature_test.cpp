@@ -1,4 +1,5 @@
 // Signatures: of files that are asked about, and of the module before it is loaded.
+#include "files.h"
 #include "runningonwine.h"
 #include "signedfiles.h"
 #include "updatertest.h"
@@ -37,7 +38,7 @@ TEST_F(SignedModule, IsLoadedIfWindowsTrustsItsSignature) {
 }
 
 TEST_F(SignedModule, IsNotLoadedWithoutASignature) {
-    module = programFolder() + L"faketoken.dll";
+    module = testsupport::folderOfThisProgram() + L"faketoken.dll";
     EXPECT_THAT(syncWithoutPermission(),
                 EndsWithCode(8, AllOf(HasSubstr("was not loaded"), HasSubstr("faketoken.dll"),
                                       HasSubstr("--allow-unsigned-module"),
@@ -48,7 +49,7 @@ TEST_F(SignedModule, IsNotLoadedWithoutASignature) {
 TEST_F(SignedModule, IsTheFileThatTheLoaderWouldOpen) {
     // The loader adds an extension to a name that has none: that file is the one to be checked.
     const auto copy = folder.path() / "module.dll";
-    std::filesystem::copy_file(programFolder() + L"faketoken.dll", copy);
+    std::filesystem::copy_file(testsupport::folderOfThisProgram() + L"faketoken.dll", copy);
     std::filesystem::copy_file(module, folder.path() / "module");
     module = (folder.path() / "module").wstring();
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(8, HasSubstr("module.dll")));
@@ -65,7 +66,8 @@ TEST_F(SignedModule, IsTheFileThatTheLoaderWouldOpen) {
 TEST_F(SignedModule, IsNotLoadedThroughALinkToWhatTheLoaderWouldNotOpen) {
     const auto target = folder.path() / "module";
     std::filesystem::copy_file(module, target);
-    std::filesystem::copy_file(programFolder() + L"faketoken.dll", folder.path() / "module.dll");
+    std::filesystem::copy_file(testsupport::folderOfThisProgram() + L"faketoken.dll",
+                               folder.path() / "module.dll");
     module = (folder.path() / "link.dll").wstring();
     // Wine cannot make links, but follows those of the Unix side.
     if (testsupport::runningOnWine())
@@ -81,10 +83,9 @@ TEST_F(SignedModule, IsNotLoadedThroughALinkToWhatTheLoaderWouldNotOpen) {
 TEST_F(SignedModule, IsNotLoadedWhileSomebodyCanChangeIt) {
     const std::wstring copy = (folder.path() / "open.dll").wstring();
     std::filesystem::copy_file(module, copy);
-    const testsupport::Handle writer(CreateFileW(copy.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                                 OPEN_EXISTING, 0, nullptr));
-    ASSERT_NE(writer.get(), INVALID_HANDLE_VALUE);
+    const Handle writer =
+        openExisting(copy, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    ASSERT_TRUE(writer);
     module = copy;
     EXPECT_THAT(syncWithoutPermission(), EndsWithCode(3, HasSubstr("error 32)")));
     EXPECT_EQ(calls(), "");

@@ -13,13 +13,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-std::ptrdiff_t count(const std::string& text, const std::string& line) {
-    std::ptrdiff_t found = 0;
-    for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1))
-        ++found;
-    return found;
-}
-
 class BadToken : public UpdaterTest {
 protected:
     BadToken() { store.add(before); }
@@ -52,7 +45,7 @@ TEST_F(BadToken, IsAModuleThatIsNoLibrary) {
 }
 
 TEST_F(BadToken, IsAModuleWithoutAFunctionList) {
-    module = programFolder() + L"nofunctionlist.dll";
+    module = testsupport::folderOfThisProgram() + L"nofunctionlist.dll";
     expectFailure(3, HasSubstr("cannot be loaded"));
 }
 
@@ -76,29 +69,29 @@ TEST_F(BadToken, IsAbsent) {
     slot = "slot absent";
     expectFailure(4, AllOf(HasSubstr("no token is present"),
                            EndsWith("(CertStoreUpdaterError_TokenNotPresent)\n")));
-    EXPECT_EQ(count(calls(), "C_Initialize "), 1);
-    EXPECT_EQ(count(calls(), "C_Finalize "), 1);
+    EXPECT_EQ(callsOf("C_Initialize"), 1);
+    EXPECT_EQ(callsOf("C_Finalize"), 1);
 }
 
 TEST_F(BadToken, HasNoUserPin) {
     slot = "slot flags=0x400";
     expectFailure(4, AllOf(HasSubstr("user PIN has not been set"),
                            EndsWith("(CertStoreUpdaterError_TokenNotInitialized)\n")));
-    EXPECT_EQ(count(calls(), "C_Login "), 0);
+    EXPECT_EQ(callsOf("C_Login"), 0);
 }
 
 TEST_F(BadToken, HasAWrongPinWhichIsTriedOnce) {
     pin = L"4321";
     expectFailure(5, AllOf(HasSubstr("the token refused the PIN"), HasSubstr("tried once"),
                            EndsWith("(Pkcs11Error_CryptokiError: CRYPTOKY_ERROR_CODE=160)\n")));
-    EXPECT_EQ(count(calls(), "C_Login "), 1);
+    EXPECT_EQ(callsOf("C_Login"), 1);
     EXPECT_THAT(calls(), HasSubstr("C_Finalize 0"));
 }
 
 TEST_F(BadToken, HasALockedPin) {
     line("fail C_Login 1 0xA4");
     expectFailure(5, HasSubstr("the PIN is locked"));
-    EXPECT_EQ(count(calls(), "C_Login "), 1);
+    EXPECT_EQ(callsOf("C_Login"), 1);
 }
 
 TEST_F(BadToken, HoldsACertificateThatIsNotDer) {

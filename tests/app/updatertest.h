@@ -2,6 +2,8 @@
 #pragma once
 
 #include "certbuilder.h"
+#include "childprocess.h"
+#include "hex.h"
 #include "installedcsp.h"
 #include "jsonschema.h"
 #include "storeview.h"
@@ -91,8 +93,8 @@ protected:
     void key(const std::string& id) { line(keyStatement(id)); }
     static std::string certificateStatement(const Bytes& encoded, const std::string& id,
                                             const std::string& label = "") {
-        return "certificate value=" + hex(encoded) + (id.empty() ? "" : " id=" + id) +
-               (label.empty() ? "" : " label=" + label);
+        return "certificate value=" + testsupport::toHex(encoded) +
+               (id.empty() ? "" : " id=" + id) + (label.empty() ? "" : " label=" + label);
     }
     static std::string keyStatement(const std::string& id) { return "key id=" + id; }
     void certificateWithKey(const Bytes& encoded, const std::string& id,
@@ -135,6 +137,15 @@ protected:
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
+    /// How often the token received a call.
+    int callsOf(const std::string& function) const {
+        std::istringstream lines(calls());
+        int count = 0;
+        for (std::string text; std::getline(lines, text);)
+            count += text.starts_with(function + " ");
+        return count;
+    }
+
     std::vector<StoreEntry> seenByOthers() const {
         return testsupport::readStoreInOtherProcess(store.name());
     }
@@ -142,30 +153,14 @@ protected:
     testsupport::InstalledCsp installedCsp{testCsp};
     testsupport::TestStore store;
     testsupport::TestFolder folder;
-    std::wstring module = programFolder() + L"faketoken.dll";
+    std::wstring module = testsupport::folderOfThisProgram() + L"faketoken.dll";
     bool allowUnsignedModule = true;
     std::string slot = "slot pin=1234";
     /// Of the script, replaced from run to run.
     std::string lastLine;
     std::wstring pin = L"1234";
 
-    static std::wstring programFolder() {
-        std::wstring path(32768, L'\0');
-        path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-        return path.substr(0, path.find_last_of(L'\\') + 1);
-    }
-
 private:
-    static std::string hex(const Bytes& bytes) {
-        constexpr char digits[] = "0123456789ABCDEF";
-        std::string text;
-        for (const unsigned char byte : bytes) {
-            text += digits[byte >> 4];
-            text += digits[byte & 0x0F];
-        }
-        return text;
-    }
-
     std::string recordLine() const { return "record " + (folder.path() / "calls").string() + "\n"; }
 
     std::string script_;

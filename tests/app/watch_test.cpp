@@ -45,15 +45,6 @@ protected:
         arguments.insert(arguments.end(), more.begin(), more.end());
         return start(arguments);
     }
-
-    std::ptrdiff_t logins() const {
-        const std::string text = calls();
-        std::ptrdiff_t count = 0;
-        for (std::size_t at = text.find("C_Login"); at != std::string::npos;
-             at = text.find("C_Login", at + 1))
-            ++count;
-        return count;
-    }
 };
 
 TEST_F(Watching, FollowsTheTokenUntilCtrlC) {
@@ -73,7 +64,7 @@ TEST_F(Watching, FollowsTheTokenUntilCtrlC) {
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
     EXPECT_THAT(outcome.output, EndsWith("stopped\n"));
     EXPECT_THAT(calls(), EndsWith("C_CloseSession 0\nC_Finalize 0\n"));
-    EXPECT_EQ(logins(), 1) << "one login for as long as the token is there";
+    EXPECT_EQ(callsOf("C_Login"), 1) << "one login for as long as the token is there";
 }
 
 TEST_F(Watching, WaitsForATokenAndForItsReturn) {
@@ -92,7 +83,7 @@ TEST_F(Watching, WaitsForATokenAndForItsReturn) {
     updater.waitForOutput("1 added, 1 removed\n");
     updater.interrupt();
     EXPECT_THAT(updater.waitForEnd(), EndsWithCode(0, IsEmpty()));
-    EXPECT_EQ(logins(), 2);
+    EXPECT_EQ(callsOf("C_Login"), 2);
 }
 
 TEST_F(Watching, CleansUpWhenTheTokenLeavesIfAsked) {
@@ -110,12 +101,69 @@ TEST_F(Watching, CleansUpWhenTheTokenLeavesIfAsked) {
     EXPECT_EQ(updater.waitForEnd().exitCode, 0);
 }
 
+/// Something that makes every look at the store fail, until it is removed.
+StoreEntry unreadable() {
+    StoreEntry entry = bare(numbered(9));
+    entry.korvaneCspRef = testsupport::fromHex("C3");
+    return entry;
+}
+
+TEST_F(Watching, CleansUpAgainIfThatFailed) {
+    putOnToken({1});
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForOutput("1 added\n");
+    store.add(unreadable());
+    pull();
+    EXPECT_THAT(updater.waitForErrors("the next try is in 1 s"), HasSubstr("not UTF-8"));
+    updater.waitForErrors("the next try is in 2 s");
+    EXPECT_THAT(store.entries(), testing::SizeIs(2));
+    store.remove(unreadable().encoded);
+    updater.waitForOutput("removed what was registered for 1 container\n");
+    EXPECT_THAT(seenByOthers(), IsEmpty());
+    updater.interrupt();
+    const Outcome outcome = updater.waitForEnd();
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.errors, Not(HasSubstr("was not removed")));
+}
+
+TEST_F(Watching, SaysThatItEndsBeforeItCouldCleanUp) {
+    putOnToken({1});
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForOutput("1 added\n");
+    store.add(unreadable());
+    pull();
+    updater.waitForErrors("the next try is in 1 s");
+    updater.interrupt();
+    EXPECT_THAT(updater.waitForEnd(),
+                EndsWithCode(0, EndsWith("warning: what is registered for the CSP was not removed; "
+                                         "run clean\n")));
+    EXPECT_THAT(store.entries(), testing::SizeIs(2));
+}
+
+TEST_F(Watching, GoesOnAtOnceWithATokenThatReturnsBeforeItCouldCleanUp) {
+    putOnToken({1});
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForOutput("1 added\n");
+    store.add(unreadable());
+    pull();
+    updater.waitForErrors("the next try is in 2 s");
+    putBack();
+    // The store's fault is a new one for the token that has returned.
+    updater.waitForErrors("the next try is in 1 s", 2);
+    updater.waitForOutput("the token is present\n", 2);
+    store.remove(unreadable().encoded);
+    updater.waitForOutput("nothing to do: the store is in step with the token\n");
+    updater.interrupt();
+    EXPECT_THAT(updater.waitForEnd().exitCode, 0);
+    EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"Holder 1")));
+}
+
 TEST_F(Watching, TriesARefusedPinOnceAndEnds) {
     putOnToken({1});
     pin = L"4321";
     testsupport::RunningUpdater updater(watch());
     EXPECT_THAT(updater.waitForEnd(), EndsWithCode(5, HasSubstr("the token refused the PIN")));
-    EXPECT_EQ(logins(), 1);
+    EXPECT_EQ(callsOf("C_Login"), 1);
     EXPECT_THAT(store.entries(), IsEmpty());
 }
 
@@ -125,7 +173,7 @@ TEST_F(Watching, DoesNotTryThePinAgainWhateverTheLoginAnswers) {
     line("fail C_Login 1 0x80000005");
     testsupport::RunningUpdater updater(watch());
     EXPECT_THAT(updater.waitForEnd(), EndsWithCode(10, HasSubstr("the login to the token failed")));
-    EXPECT_EQ(logins(), 1);
+    EXPECT_EQ(callsOf("C_Login"), 1);
 }
 
 TEST_F(Watching, EndsAtAPinThatIsRefusedWhenTheTokenReturns) {
@@ -138,7 +186,7 @@ TEST_F(Watching, EndsAtAPinThatIsRefusedWhenTheTokenReturns) {
     folder.write("locked", "");
     putBack();
     EXPECT_THAT(updater.waitForEnd(), EndsWithCode(5, HasSubstr("the PIN is locked")));
-    EXPECT_EQ(logins(), 2);
+    EXPECT_EQ(callsOf("C_Login"), 2);
 }
 
 TEST_F(Watching, ReportsAFaultAndTriesAgainAfterALongerDelayEachTime) {
@@ -183,7 +231,7 @@ TEST_F(Watching, TakesALostSessionForAPulledTokenOnce) {
     // The first answer of this kind was silent: it may have come from a pulled token.
     EXPECT_THAT(updater.waitForErrors("the next try is in 1 s"),
                 HasSubstr("CKR_SESSION_HANDLE_INVALID"));
-    EXPECT_GE(logins(), 2);
+    EXPECT_GE(callsOf("C_Login"), 2);
     pull();
     updater.waitForOutput("the token is gone\n");
     std::filesystem::remove(folder.path() / "lost");
