@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 namespace updater {
 
@@ -32,21 +34,25 @@ Failure unusable(const std::wstring& what) {
     return {ExitCode::usage, what + L"; the token was not asked"};
 }
 
-bool beginsWith(const unsigned char* bytes, std::size_t size,
+/// \param from names the source in messages, here and below
+Failure tooLong(const std::wstring& from) {
+    return unusable(L"what came from " + from + L" is too long to be a PIN");
+}
+
+bool beginsWith(const PinBytes& bytes, std::size_t size,
                 std::initializer_list<unsigned char> mark) {
-    return size >= mark.size() && std::equal(mark.begin(), mark.end(), bytes);
+    return size >= mark.size() && std::equal(mark.begin(), mark.end(), bytes.data());
 }
 
 bool isControl(unsigned char byte) {
     return byte < 0x20 || byte == 0x7F;
 }
 
-/// \param from names the source in messages
 Pin pinOf(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
     if (size == 0)
         throw unusable(L"the PIN from " + from + L" is empty");
     if (size > longestPin)
-        throw unusable(L"what came from " + from + L" is too long to be a PIN");
+        throw tooLong(from);
     // A wrong PIN costs one of few tries, so what cannot be right is not tried.
     if (std::any_of(bytes.data(), bytes.data() + size, isControl))
         throw unusable(L"what came from " + from +
@@ -55,19 +61,17 @@ Pin pinOf(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
 }
 
 void refuseEncodingMarks(const PinBytes& bytes, std::size_t size, const std::wstring& from) {
-    if (beginsWith(bytes.data(), size, {0xFF, 0xFE}) ||
-        beginsWith(bytes.data(), size, {0xFE, 0xFF}) ||
-        beginsWith(bytes.data(), size, {0xEF, 0xBB, 0xBF}))
+    if (beginsWith(bytes, size, {0xFF, 0xFE}) || beginsWith(bytes, size, {0xFE, 0xFF}) ||
+        beginsWith(bytes, size, {0xEF, 0xBB, 0xBF}))
         throw unusable(L"what came from " + from +
                        L" begins with a byte order mark; save the PIN without one");
 }
 
 std::size_t withoutLineEnd(const PinBytes& bytes, std::size_t size) {
-    if (size != 0 && bytes.data()[size - 1] == '\n')
-        --size;
-    else
+    if (size == 0 || bytes[size - 1] != '\n')
         return size;
-    return size != 0 && bytes.data()[size - 1] == '\r' ? size - 1 : size;
+    --size;
+    return size != 0 && bytes[size - 1] == '\r' ? size - 1 : size;
 }
 
 std::size_t readAll(HANDLE file, PinBytes& bytes, const std::wstring& from) {
@@ -121,9 +125,9 @@ Pin pinFromUnits(const PinUnits& units, std::size_t size, const std::wstring& fr
                                   static_cast<int>(size), reinterpret_cast<char*>(bytes.data()),
                                   static_cast<int>(bytes.capacity()), nullptr, nullptr);
     if (size != 0 && converted == 0)
-        throw unusable(GetLastError() == ERROR_INSUFFICIENT_BUFFER
-                           ? L"what came from " + from + L" is too long to be a PIN"
-                           : L"what came from " + from + L" is no Unicode text");
+        throw GetLastError() == ERROR_INSUFFICIENT_BUFFER
+            ? tooLong(from)
+            : unusable(L"what came from " + from + L" is no Unicode text");
     return pinOf(bytes, static_cast<std::size_t>(converted), from);
 }
 
@@ -146,7 +150,7 @@ Pin pinFromEnvironment(const std::wstring& name) {
     if (size == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND)
         throw unusable(from + L" is not set");
     if (size >= units.capacity())
-        throw unusable(L"what came from " + from + L" is too long to be a PIN");
+        throw tooLong(from);
     wipeVariable(name, size);
     return pinFromUnits(units, size, from);
 }
@@ -190,6 +194,7 @@ void show(HANDLE console, std::wstring_view text) {
 }
 
 Pin pinFromPrompt() {
+    const std::wstring from = L"the console";
     const Handle input = openConsole(L"CONIN$");
     const Handle output = openConsole(L"CONOUT$");
     DWORD mode = 0;
@@ -204,22 +209,22 @@ Pin pinFromPrompt() {
         SetLastError(ERROR_SUCCESS);
         if (!ReadConsoleW(input.get(), units.data(), static_cast<DWORD>(units.capacity()), &size,
                           nullptr))
-            throw unusable(L"the PIN cannot be read from the console");
+            throw unusable(L"the PIN cannot be read from " + from);
         // Ctrl-C reads as nothing at all, while the system makes ready to end the process.
         if (size == 0 && GetLastError() == ERROR_OPERATION_ABORTED)
             throw unusable(L"interrupted");
         show(output.get(), L"\r\n");
     }
-    const auto* const end = units.data() + size;
-    const auto* const lineEnd =
-        std::find_if(units.data() + 0, units.data() + size,
-                     [](wchar_t unit) { return unit == L'\r' || unit == L'\n'; });
+    const wchar_t* const begin = units.data();
+    const wchar_t* const end = begin + size;
+    const wchar_t* const lineEnd =
+        std::find_if(begin, end, [](wchar_t unit) { return unit == L'\r' || unit == L'\n'; });
     if (lineEnd == end && size == units.capacity()) {
         // What was not read would go to, and be shown by, whoever reads the console next.
         FlushConsoleInputBuffer(input.get());
-        throw unusable(L"what was typed is too long to be a PIN");
+        throw tooLong(from);
     }
-    return pinFromUnits(units, static_cast<std::size_t>(lineEnd - units.data()), L"the console");
+    return pinFromUnits(units, static_cast<std::size_t>(lineEnd - begin), from);
 }
 
 } // namespace

@@ -20,7 +20,7 @@ public:
 
     T* data() noexcept { return elements_.data(); }
     const T* data() const noexcept { return elements_.data(); }
-    T& operator[](std::size_t index) noexcept { return elements_[index]; }
+    const T& operator[](std::size_t index) const noexcept { return elements_[index]; }
     static constexpr std::size_t capacity() noexcept { return Capacity; }
 
 private:

@@ -129,6 +129,16 @@ class PinPrompt(TerminalTest):
             self.answer(terminal, f"99{BACKSPACE * 2}1239{BACKSPACE}4\n")
             self.assertEqual(terminal.wait_for_end(), 0)
 
+    def test_does_not_ask_the_token_if_what_is_typed_is_too_long_for_a_pin(self):
+        for length in [256, 300]:
+            with self.subTest(length), self.updater("status") as terminal:
+                self.answer(terminal, "@" * length + "\n")
+                self.assertEqual(terminal.wait_for_end(), 2)
+                shown = terminal.text().replace("\n", "")
+                self.assertIn("too long to be a PIN; the token was not asked", shown)
+                self.assertNotIn("@", shown)
+        self.assertNotIn("C_Login", " ".join(self.calls()))
+
     def test_does_not_ask_the_token_if_nothing_is_typed(self):
         with self.updater("status") as terminal:
             self.answer(terminal, "\n")
