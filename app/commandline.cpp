@@ -2,10 +2,9 @@
 #include "commandline.h"
 
 #include "commandtexts.h"
-#include "failures.h"
 #include "helpformatter.h"
-#include "suggestion.h"
 #include "text.h"
+#include "usageerrors.h"
 #include "version.h"
 
 #include <windows.h>
@@ -16,7 +15,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <string_view>
 #include <utility>
 
 namespace updater {
@@ -43,14 +41,6 @@ std::string indented(const std::string& lines) {
     return text;
 }
 
-/// An argument up to the end of the option's name: what follows may be a PIN.
-std::string optionName(std::string_view argument) {
-    const auto isPartOfName = [](char c) {
-        return c == '-' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-    };
-    return {argument.begin(), std::find_if_not(argument.begin(), argument.end(), isPartOfName)};
-}
-
 /// What the options are parsed into: UTF-8, as they come.
 struct RawOptions {
     bool json = false;
@@ -72,16 +62,6 @@ struct RawOptions {
     bool recursive = false;
 };
 
-/// The name of an option that there is none of, without what may be a PIN that clings to it.
-std::string withoutPin(const std::string& argument) {
-    constexpr std::string_view pin = "--pin";
-    if (argument.starts_with("--"))
-        return argument.starts_with(pin) ? std::string(pin) : optionName(argument);
-    return optionName(argument).substr(0, 2);
-}
-
-constexpr wchar_t wrongInterval[] = L"--interval must be from 0.1 to 86400 seconds";
-
 class Parser {
 public:
     Parser() : app_(programSummary, "certstoreupdate") {
@@ -93,11 +73,10 @@ public:
                               "Show the version");
         app_.failure_message([](const CLI::App*, const CLI::Error&) { return std::string(); });
         app_.formatter(std::make_shared<HelpFormatter>());
-        app_.footer(
-            "\"certstoreupdate COMMAND --help\" tells more about a command and gives "
-            "examples.\n\nEnvironment:\n"
-            "  NO_COLOR  if it is set and not empty, there are no colours on a console\n\n" +
-            exitCodeHelp());
+        app_.footer("\"certstoreupdate COMMAND --help\" tells more about a command and gives "
+                    "examples.\n\nEnvironment:\n"
+                    "  NO_COLOR  if it is set and not empty, nothing is coloured\n\n" +
+                    exitCodeHelp());
         for (const CommandText& text : commandTexts)
             addCommand(text);
     }
@@ -111,7 +90,7 @@ public:
         } catch (const CLI::CallForVersion& asked) {
             return HelpText{toWide(asked.what()) + L"\n"};
         } catch (const CLI::ParseError& error) {
-            throw usageError(error);
+            throw usageError(error, app_);
         }
         return options();
     }
@@ -177,7 +156,7 @@ private:
             csp->required();
         command
             .add_option("--store", raw_.store,
-                        "System store of the current user; one that does not exist is made")
+                        "System store of the current user; created if it does not exist")
             ->type_name("NAME")
             ->capture_default_str()
             ->group("Store");
@@ -186,11 +165,11 @@ private:
     void addOwnOptions(CLI::App& command, Command kind) {
         if (kind == Command::sync)
             command.add_flag("--dry-run", raw_.dryRun,
-                             "Tell what would be changed, and change nothing");
+                             "Show what would be changed, and change nothing");
         if (kind == Command::watch) {
             command
                 .add_option("--interval", raw_.interval,
-                            "From one look at the token to the next, 0.1 to 86400")
+                            "Time between two looks at the token, 0.1 to 86400")
                 ->type_name("SECONDS")
                 ->capture_default_str();
             command.add_flag("--clean", raw_.clean,
@@ -201,7 +180,7 @@ private:
         if (kind == Command::grant) {
             command.add_option("PATH", raw_.paths, "Files and folders")->required();
             command.add_flag("--recursive", raw_.recursive,
-                             "With a folder's contents, two levels down");
+                             "Also a folder's contents, two levels down");
         }
     }
 
@@ -252,7 +231,7 @@ private:
     std::chrono::milliseconds interval() const {
         // So that what is no number is refused, too.
         if (!(raw_.interval >= 0.1 && raw_.interval <= 86400))
-            throw usage(wrongInterval);
+            throw usageError(wrongInterval);
         return std::chrono::milliseconds(static_cast<long long>(raw_.interval * 1000));
     }
 
@@ -277,94 +256,17 @@ private:
             const bool cspIsGiven =
                 app_.get_subcommand(nameOf(options.command))->count("--csp") != 0;
             if (cspIsGiven && options.csp.empty())
-                throw usage(L"--csp must not be empty");
+                throw usageError(L"--csp must not be empty");
             if (options.csp.find(L'\n') != std::wstring::npos)
-                throw usage(L"--csp must be one line");
+                throw usageError(L"--csp must be one line");
             if (options.store.empty())
-                throw usage(L"--store must not be empty");
+                throw usageError(L"--store must not be empty");
         }
         if (needsToken(options.command) && options.module.empty())
-            throw usage(L"--module must not be empty");
+            throw usageError(L"--module must not be empty");
         for (const std::wstring& path : options.paths)
             if (path.empty())
-                throw usage(L"a path must not be empty");
-    }
-
-    static Failure usage(const std::wstring& complaint, const std::string& command = "") {
-        return {ExitCode::usage, complaint + L"; \"certstoreupdate " +
-                                     toWide(command.empty() ? "" : command + " ") +
-                                     L"--help\" tells more"};
-    }
-
-    /// An unknown option is worth more as an explanation than what is missing for it, and the
-    /// value behind it, which may be a PIN, is nobody's business.
-    Failure usageError(const CLI::ParseError& error) const {
-        const auto commands = app_.get_subcommands();
-        const CLI::App& context = commands.empty() ? app_ : *commands.front();
-        const std::string command = commands.empty() ? "" : context.get_name();
-        for (const std::string& argument : app_.remaining(true))
-            if (argument.size() > 1 && argument.front() == '-') {
-                const std::wstring meant = didYouMean(optionName(argument), optionsOf(context));
-                return usage(
-                    L"there is no option " +
-                        toWide(meant.empty() ? withoutPin(argument) : optionName(argument)) + meant,
-                    command);
-            }
-        if (commands.empty()) {
-            const std::vector<std::string> typed = app_.remaining(true);
-            if (typed.empty())
-                return usage(L"a command is missing");
-            // Whatever is no command is not repeated: it may be a PIN.
-            return usage(L"there is no such command" + didYouMean(typed.front(), commandNames()));
-        }
-        if (dynamic_cast<const CLI::ExtrasError*>(&error))
-            return usage(L"there is an argument too many", command);
-        return usage(complaintAbout(error, context), command);
-    }
-
-    /// What is wrong with an option, without repeating its value.
-    static std::wstring complaintAbout(const CLI::ParseError& error, const CLI::App& context) {
-        const std::string_view text = error.what();
-        const std::size_t at = text.find("--");
-        const std::string name =
-            at == std::string_view::npos ? "--" + optionName(text) : optionName(text.substr(at));
-        if (dynamic_cast<const CLI::ConversionError*>(&error))
-            return wrongInterval; // the only number
-        if (dynamic_cast<const CLI::ExcludesError*>(&error))
-            return L"only one of " + toWide(name) + L" and " +
-                   toWide(optionName(text.substr(text.rfind("--")))) + L" can be given";
-        if (dynamic_cast<const CLI::ArgumentMismatch*>(&error)) {
-            const CLI::Option* const option = context.get_option_no_throw(name);
-            return toWide(name) + whatIsWrongWithNumberOfValues(option);
-        }
-        return toWide(text);
-    }
-
-    static const wchar_t* whatIsWrongWithNumberOfValues(const CLI::Option* option) {
-        if (option && option->get_items_expected_max() == 0)
-            return L" takes no value";
-        return option && option->count() > 1 ? L" is given more than once" : L" lacks its value";
-    }
-
-    static std::wstring didYouMean(const std::string& typed,
-                                   const std::vector<std::string>& names) {
-        const auto name = nearest(typed, names);
-        return name ? L" (did you mean " + toWide(*name) + L"?)" : L"";
-    }
-
-    static std::vector<std::string> commandNames() {
-        std::vector<std::string> names;
-        for (const CommandText& text : commandTexts)
-            names.emplace_back(text.name);
-        return names;
-    }
-
-    static std::vector<std::string> optionsOf(const CLI::App& app) {
-        std::vector<std::string> names;
-        for (const CLI::Option* option : app.get_options())
-            for (const std::string& name : option->get_lnames())
-                names.push_back("--" + name);
-        return names;
+                throw usageError(L"a path must not be empty");
     }
 
     CLI::App app_;

@@ -45,7 +45,7 @@ struct HelpText {
 /// \throws Failure (usage)
 std::variant<Options, HelpText> parseCommandLine(const std::vector<std::string>& arguments);
 
-/// How to tell of what is wrong with arguments that cannot be parsed.
+/// How a complaint about arguments that cannot be parsed is to be written, as far as they say.
 OutputOptions outputAskedFor(const std::vector<std::string>& arguments);
 
 /// The name of a command.

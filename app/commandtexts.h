@@ -19,18 +19,18 @@ inline constexpr char programSummary[] =
 
 inline constexpr char pinHelp[] =
     "The PIN is asked for on the console, or taken from one of --pin-file, --pin-stdin and\n"
-    "--pin-env. It is tried once, for a token locks after a few wrong ones, and wiped from memory\n"
-    "afterwards. No option takes the PIN itself: command lines can be read by others. An "
-    "environment\n"
-    "variable is taken away once it was read, but whoever started this program still has it.";
+    "--pin-env. It is tried once, because a token locks after a few wrong ones, and wiped from\n"
+    "memory afterwards. No option takes the PIN itself: other processes can read command lines. "
+    "An\n"
+    "environment variable is removed from this process once it has been read, but whoever started\n"
+    "the program still has it.";
 
 inline constexpr char moduleHelp[] =
     "A module runs with all rights of whoever loads it and is given the PIN. So it is loaded only\n"
-    "if Windows trusts the Authenticode signature in its file; --allow-unsigned-module leaves "
-    "that\n"
-    "check out, for modules whose maker signs nothing and whose file nobody else can change. DLLs\n"
-    "that a module loads from its own folder are not checked: see that only administrators can\n"
-    "write there.";
+    "if Windows trusts the Authenticode signature in its file. --allow-unsigned-module skips that\n"
+    "check, for a module that its maker does not sign and whose file nobody else can change. DLLs\n"
+    "that a module loads from its own folder are not checked: make sure that only administrators\n"
+    "can write there.";
 
 inline constexpr CommandText commandTexts[] = {
     {Command::status, "status", "Show token and store side by side; changes nothing",
@@ -39,37 +39,38 @@ inline constexpr CommandText commandTexts[] = {
      "  missing          on the token, not in the store; sync adds it\n"
      "  changed          the token has another certificate for this key; sync replaces it\n"
      "  bound otherwise  registered for another key container; sync binds it anew\n"
-     "  not ours         in the store, but not registered by this program, or by a run that was\n"
-     "                   killed before it was done with it: left alone\n"
+     "  not ours         in the store, but not registered by this program, or only in part by a\n"
+     "                   run that was killed: left alone\n"
      "  duplicate        the same certificate is registered for another key of the token\n"
-     "  stale            registered, and no longer on the token or not asked for; sync removes it\n"
+     "  stale            registered, but no longer on the token or not asked for; sync removes "
+     "it\n"
      "  foreign          bound to the CSP by another program, and not on the token: left alone\n"
-     "  token only       on the token, and not asked for: it has no private key there, and "
-     "neither\n"
-     "                   --ca nor --other includes it",
+     "  token only       on the token, but not asked for: it has no private key there, and\n"
+     "                   neither --ca nor --other includes it",
      "certstoreupdate status --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate status --module pkcs11.dll --csp \"My Token CSP\" --pin-file pin.txt --json"},
     {Command::sync, "sync", "Register what is missing, then remove what is no longer on the token",
      "Registers the certificates whose private keys are on the token and, if asked, more. Only\n"
      "what differs is changed, so that a second run writes nothing, and nothing is removed that\n"
-     "this program did not register. What an earlier run registered with --ca or --other and this\n"
-     "one is not asked for is removed.\n"
-     "The token is the one in the module's first slot that holds one; what another token\n"
-     "registered for the same CSP counts as no longer on the token. Ctrl-C ends it in order, with\n"
-     "the certificate that it is at done, and at once if it is pressed again; the next run does "
-     "the\n"
-     "rest. A label that was changed on the token is taken over only with a new certificate.",
+     "this program did not register. What an earlier run registered because of --ca or --other is\n"
+     "removed by a run without that option.\n"
+     "The token is the one in the module's first slot that holds one; what was registered from\n"
+     "another token for the same CSP counts as no longer on the token. A label that was changed "
+     "on\n"
+     "the token is taken over only with a new certificate. Ctrl-C ends the run as soon as the\n"
+     "current certificate is done, or at once if it is pressed again; the next run does the rest.",
      "certstoreupdate sync --module C:\\token\\pkcs11.dll --csp \"My Token CSP\" --dry-run\n"
      "certstoreupdate sync --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate sync --module pkcs11.dll --csp \"My Token CSP\" --ca --pin-env TOKEN_PIN"},
     {Command::watch, "watch", "Follow the token: synchronise when it appears or changes",
-     "Goes on until Ctrl-C. The PIN is read once, held as long as this runs, and tried on every\n"
-     "token that appears. If a login fails, whatever the token answers, the PIN is wiped and\n"
-     "this ends, with 5 if the PIN was refused and with 10 else; if the token was gone, it goes\n"
-     "on. Any other fault is reported and tried again, after one second, then two, then four,\n"
-     "and so on up to five minutes, or when the token was taken out and put in again. Ctrl-C\n"
-     "ends it in order, and at once if it is pressed again. With --json every event is a line\n"
-     "of its own.",
+     "Runs until Ctrl-C. The PIN is read once, kept for as long as this runs, and tried on every\n"
+     "token that appears. If a login fails, whatever the token answers, the PIN is wiped and the\n"
+     "program ends, with 5 if the PIN was refused and with 10 otherwise; it goes on only if the\n"
+     "token was gone. After any other fault, which is reported, it tries again: after one second,\n"
+     "then two, then four, and so on up to five minutes, or once the token is taken out or put in\n"
+     "again. Ctrl-C ends it as soon as the current certificate is done, or at once if it is "
+     "pressed\n"
+     "again. With --json every event is a line of its own.",
      "certstoreupdate watch --module C:\\token\\pkcs11.dll --csp \"My Token CSP\"\n"
      "certstoreupdate watch --module pkcs11.dll --csp \"My Token CSP\" --clean --interval 10"},
     {Command::list, "list", "List what is registered for a CSP, or for every installed CSP",
@@ -81,22 +82,21 @@ inline constexpr CommandText commandTexts[] = {
      "Needs no token. Entries that this program did not register stay.",
      "certstoreupdate clean --csp \"My Token CSP\""},
     {Command::csps, "csps", "List the installed CSPs",
-     "Their names, one a line, in the system's order. A certificate can be registered for another\n"
-     "name too, but Windows finds its key only once a CSP of that name is installed.",
+     "Their names, one per line, in the system's order. A certificate can be registered for any\n"
+     "name, but Windows finds its key only once a CSP of that name is installed.",
      "certstoreupdate csps"},
     {Command::verify, "verify", "Check the Authenticode signatures of files",
-     "Says of each file whether Windows trusts the signature in it, as it must trust that of a\n"
-     "module before it is loaded. Ends with 8 if one is not trusted. Signatures that lie in a\n"
-     "catalogue of the system and not in the file do not count.",
+     "Says whether Windows trusts the signature in each file, the check that a module must pass\n"
+     "before it is loaded. Ends with 8 if one is not trusted. A signature in one of the system's\n"
+     "catalogues instead of the file itself does not count.",
      "certstoreupdate verify C:\\token\\pkcs11.dll\n"
      "certstoreupdate verify setup.msi driver.cab --json"},
     {Command::grant, "grant", "Let sandboxed application packages read files",
      "Lets all application packages (S-1-15-2-1) read each path, unless its permissions name them\n"
-     "already, be it to allow or to deny. With --recursive a folder's entries and theirs are "
-     "granted\n"
-     "too: two levels down, not deeper. What a folder contains later inherits the permission at "
-     "any\n"
-     "depth.",
+     "already, whether to allow or to deny. With --recursive this is done for two levels of a\n"
+     "folder's contents too, not deeper. What is put into the folder later inherits the "
+     "permission\n"
+     "at any depth.",
      "certstoreupdate grant C:\\token\\pkcs11.dll\n"
      "certstoreupdate grant C:\\token --recursive"},
 };

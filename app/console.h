@@ -1,4 +1,4 @@
-// The two streams that the program writes to, as consoles if they are some.
+// Standard output and standard error, each of which may be a console.
 #pragma once
 
 #include <cstddef>
@@ -28,9 +28,9 @@ public:
     static Stream standardError();
 
     bool isConsole() const noexcept { return console_ != nullptr; }
-    /// Whether this is a console, and one that may be more than plain text.
+    /// Whether this is a console on which colours are wanted.
     bool isColoured() const noexcept { return coloured_; }
-    /// How many columns of text fit into a line; nothing if this is no console.
+    /// How many columns of text fit on a line; nothing if this is no console.
     std::optional<std::size_t> columns() const;
 
     /// \returns whether all of it was written
@@ -45,13 +45,5 @@ private:
     void* console_; ///< HANDLE, not owned; null if this is no console
     bool coloured_;
 };
-
-/// How many columns of a console a text takes: two for a wide character of East Asia and for an
-/// emoji (UAX #11), none for a mark that combines with the character before it.
-std::size_t columnsOf(std::wstring_view text);
-
-/// The longest beginning of a text that fits into so many columns, but at least one character of
-/// it; no character is cut in two.
-std::size_t lengthThatFits(std::wstring_view text, std::size_t columns);
 
 } // namespace updater

@@ -4,6 +4,7 @@
 #include "asn1error.h"
 #include "buffererror.h"
 #include "certstoreupdatererror.h"
+#include "cryptokianswers.h"
 #include "files.h"
 #include "pkcs11error.h"
 #include "text.h"
@@ -42,98 +43,33 @@ constexpr ExitCodeRow exitCodes[] = {
     {ExitCode::token, "token", "any other fault of the token or its module"},
     {ExitCode::incomplete, "incomplete",
      "not everything could be done: an entry that is not ours is in the way,\n"
-     "      or the store refused a change"},
+     "      the store refused a change, or the run was interrupted"},
 };
 
-// Answers of Cryptoki functions (PKCS #11, CK_RV).
-constexpr unsigned long generalError = 0x05;
-constexpr unsigned long deviceRemoved = 0x32;
-constexpr unsigned long pinIncorrect = 0xA0;
-constexpr unsigned long pinInvalid = 0xA1;
-constexpr unsigned long pinLengthRange = 0xA2;
-constexpr unsigned long pinExpired = 0xA3;
-constexpr unsigned long pinLocked = 0xA4;
-constexpr unsigned long sessionClosed = 0xB0;
-constexpr unsigned long sessionHandleInvalid = 0xB3;
-constexpr unsigned long tokenNotPresent = 0xE0;
-constexpr unsigned long tokenNotRecognized = 0xE1;
-constexpr unsigned long userNotLoggedIn = 0x101;
-constexpr unsigned long userPinNotInitialized = 0x102;
-
-struct AnswerName {
-    unsigned long code;
-    const wchar_t* name;
-};
-
-constexpr AnswerName answerNames[] = {
-    {0x02, L"CKR_HOST_MEMORY"},
-    {0x03, L"CKR_SLOT_ID_INVALID"},
-    {generalError, L"CKR_GENERAL_ERROR"},
-    {0x06, L"CKR_FUNCTION_FAILED"},
-    {0x07, L"CKR_ARGUMENTS_BAD"},
-    {0x0A, L"CKR_CANT_LOCK"},
-    {0x11, L"CKR_ATTRIBUTE_SENSITIVE"},
-    {0x12, L"CKR_ATTRIBUTE_TYPE_INVALID"},
-    {0x13, L"CKR_ATTRIBUTE_VALUE_INVALID"},
-    {0x30, L"CKR_DEVICE_ERROR"},
-    {0x31, L"CKR_DEVICE_MEMORY"},
-    {deviceRemoved, L"CKR_DEVICE_REMOVED"},
-    {0x50, L"CKR_FUNCTION_CANCELED"},
-    {0x54, L"CKR_FUNCTION_NOT_SUPPORTED"},
-    {0x82, L"CKR_OBJECT_HANDLE_INVALID"},
-    {0x90, L"CKR_OPERATION_ACTIVE"},
-    {0x91, L"CKR_OPERATION_NOT_INITIALIZED"},
-    {pinIncorrect, L"CKR_PIN_INCORRECT"},
-    {pinInvalid, L"CKR_PIN_INVALID"},
-    {pinLengthRange, L"CKR_PIN_LEN_RANGE"},
-    {pinExpired, L"CKR_PIN_EXPIRED"},
-    {pinLocked, L"CKR_PIN_LOCKED"},
-    {sessionClosed, L"CKR_SESSION_CLOSED"},
-    {0xB1, L"CKR_SESSION_COUNT"},
-    {sessionHandleInvalid, L"CKR_SESSION_HANDLE_INVALID"},
-    {0xD1, L"CKR_TEMPLATE_INCONSISTENT"},
-    {tokenNotPresent, L"CKR_TOKEN_NOT_PRESENT"},
-    {tokenNotRecognized, L"CKR_TOKEN_NOT_RECOGNIZED"},
-    {0xE2, L"CKR_TOKEN_WRITE_PROTECTED"},
-    {0x100, L"CKR_USER_ALREADY_LOGGED_IN"},
-    {userNotLoggedIn, L"CKR_USER_NOT_LOGGED_IN"},
-    {userPinNotInitialized, L"CKR_USER_PIN_NOT_INITIALIZED"},
-    {0x104, L"CKR_USER_ANOTHER_ALREADY_LOGGED_IN"},
-    {0x105, L"CKR_USER_TOO_MANY_TYPES"},
-    {0x190, L"CKR_CRYPTOKI_NOT_INITIALIZED"},
-    {0x191, L"CKR_CRYPTOKI_ALREADY_INITIALIZED"},
-};
-
-unsigned long answerOf(const korv::GenericEvent& event) {
-    const auto* code = event.param(L"CRYPTOKY_ERROR_CODE");
-    return code ? std::wcstoul(code->c_str(), nullptr, 10) : generalError;
-}
-
-std::wstring nameOfAnswer(unsigned long code) {
-    const auto* const found =
-        std::find_if(std::begin(answerNames), std::end(answerNames),
-                     [code](const AnswerName& entry) { return entry.code == code; });
-    if (found != std::end(answerNames))
-        return found->name;
-    std::wostringstream text;
-    text << L"answer 0x" << std::hex << std::uppercase << code;
-    return text.str();
-}
+// By which Windows ends a process that does not handle Ctrl-C (STATUS_CONTROL_C_EXIT).
+constexpr char exitCodeOfCtrlC[] =
+    "  0xC000013A  Ctrl-C ended it at once; while watch follows the token, and sync and clean\n"
+    "      work on the store, only a second one does (scripts may show -1073741510)\n";
 
 std::wstring quoted(const std::wstring& text) {
     return L"\"" + text + L"\"";
 }
 
+/// Whether an answer is about the PIN itself, which may have cost one of its tries.
+bool isPinAnswer(unsigned long code) {
+    return code >= answer::pinIncorrect && code <= answer::pinLocked;
+}
+
 Failure pinFailure(unsigned long code) {
     constexpr auto refused = ExitCode::pinRefused;
     switch (code) {
-    case pinLocked:
+    case answer::pinLocked:
         return {refused, L"the PIN is locked; unblock it with the token's own tool or ask whoever "
                          L"issued the token"};
-    case pinExpired:
+    case answer::pinExpired:
         return {refused, L"the PIN has expired; change it with the token's own tool"};
-    case pinInvalid:
-    case pinLengthRange:
+    case answer::pinInvalid:
+    case answer::pinLengthRange:
         return {refused, L"the token does not take such a PIN: its length or its characters are "
                          L"wrong; check where it comes from before you try again"};
     default:
@@ -141,10 +77,6 @@ Failure pinFailure(unsigned long code) {
                          L"again by itself. Make sure of the PIN before the next try: the token "
                          L"locks after a few wrong ones"};
     }
-}
-
-bool isPinAnswer(unsigned long code) {
-    return code >= pinIncorrect && code <= pinLocked;
 }
 
 Failure moduleFailure(const std::wstring& file, const korv::GenericEvent& event) {
@@ -164,25 +96,26 @@ Failure moduleFailure(const std::wstring& file, const korv::GenericEvent& event)
 
 Failure tokenFailure(const Activity& activity, const korv::GenericEvent& event) {
     const unsigned long code = answerOf(event);
-    const std::wstring answer = nameOfAnswer(code);
+    const std::wstring name = nameOfAnswer(code);
     if (activity.kind == Kind::loadModule)
         return moduleFailure(activity.subject, event);
     if (activity.kind == Kind::unloadModule)
         return {ExitCode::token, L"the module " + quoted(activity.subject) +
-                                     L" did not end as it should (" + answer +
+                                     L" did not end as it should (" + name +
                                      L"); what was done until then is done all the same"};
-    if (code == deviceRemoved || code == tokenNotPresent || code == tokenNotRecognized)
-        return {ExitCode::tokenAbsent, L"the token is gone or not recognised (" + answer +
+    if (code == answer::deviceRemoved || code == answer::tokenNotPresent ||
+        code == answer::tokenNotRecognized)
+        return {ExitCode::tokenAbsent, L"the token is gone or not recognised (" + name +
                                            L"); insert it and try again; the store is unchanged"};
-    if (code == userPinNotInitialized)
+    if (code == answer::userPinNotInitialized)
         return {ExitCode::tokenAbsent,
                 L"the token's user PIN has not been set; set it with the token's own tool"};
     if (activity.kind == Kind::logIn)
         return isPinAnswer(code)
                    ? pinFailure(code)
-                   : Failure{ExitCode::token, L"the login to the token failed (" + answer +
+                   : Failure{ExitCode::token, L"the login to the token failed (" + name +
                                                   L"); the store is unchanged"};
-    return {ExitCode::token, L"reading the token failed (" + answer +
+    return {ExitCode::token, L"reading the token failed (" + name +
                                  L"); the store is unchanged. Take the token out, insert it again "
                                  L"and try once more"};
 }
@@ -311,6 +244,7 @@ std::string exitCodeHelp() {
         text.width(4);
         text << static_cast<int>(code) << "  " << meaning << '\n';
     }
+    text << exitCodeOfCtrlC;
     return text.str();
 }
 
@@ -347,7 +281,8 @@ bool meansLostSession(const korv::GenericEvent& event) {
     if (!dynamic_cast<const pkcs11::Pkcs11Error*>(&event))
         return false;
     const unsigned long code = answerOf(event);
-    return code == sessionClosed || code == sessionHandleInvalid || code == userNotLoggedIn;
+    return code == answer::sessionClosed || code == answer::sessionHandleInvalid ||
+           code == answer::userNotLoggedIn;
 }
 
 Failure explain(const Activity& activity, const korv::GenericEvent& event) {

@@ -25,7 +25,7 @@ enum class ExitCode : int {
     incomplete = 11,
 };
 
-/// The table of exit codes as --help shows it.
+/// The table of exit codes as --help shows it; the last one is that of Windows for Ctrl-C.
 std::string exitCodeHelp();
 
 /// The name of a family of failures for programs: "pin-refused".

@@ -1,6 +1,7 @@
 // Tables for people.
 #include "table.h"
 
+#include "columns.h"
 #include "text.h"
 
 #include <algorithm>

@@ -17,6 +17,11 @@ inline std::wstring toString(const buffer::GenericBuffer<wchar_t>& text) {
     return std::wstring(text.c_str(), text.size());
 }
 
+/// Whether two UTF-16 units are one character together.
+inline bool isSurrogatePair(wchar_t first, wchar_t second) {
+    return first >= 0xD800 && first <= 0xDBFF && second >= 0xDC00 && second <= 0xDFFF;
+}
+
 /// Names and labels come from tokens, stores and files. What could move a terminal's cursor,
 /// break a line or turn the direction of writing becomes U+FFFD.
 std::wstring printable(std::wstring_view text);

@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace updater {
 namespace {
 
@@ -92,6 +94,8 @@ TEST(CommandLine, RefusesAPinAndDoesNotRepeatIt) {
         EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
                     AllOf(HasSubstr("-"), Not(HasSubstr("824"))))
             << typed;
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--pinenv"}),
+                StartsWith("there is no option --pin (did you mean --pin-env?)"));
     for (const char* const typed : {"-psecret", "--pinsecret", "--pin=secret"})
         EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
                     AllOf(HasSubstr("there is no option -"), Not(HasSubstr("secret"))))
@@ -207,8 +211,18 @@ TEST(CommandLine, HelpsWithExamplesForEveryCommand) {
          {"status", "sync", "watch", "list", "clean", "csps", "verify", "grant"}) {
         const std::wstring help = std::get<HelpText>(parseCommandLine({command, "--help"})).text;
         EXPECT_NE(help.find(L"\nExamples:\n  certstoreupdate "), std::wstring::npos) << command;
-        for (std::size_t begin = 0; begin < help.size(); begin = help.find(L'\n', begin) + 1)
-            EXPECT_LE(help.find(L'\n', begin) - begin, 98u) << command;
+    }
+}
+
+TEST(CommandLine, HelpsInLinesThatFitAConsole) {
+    for (const char* const command :
+         {"", "status", "sync", "watch", "list", "clean", "csps", "verify", "grant"}) {
+        std::vector<std::string> arguments{"--help"};
+        if (*command)
+            arguments.insert(arguments.begin(), command);
+        std::wistringstream help(std::get<HelpText>(parseCommandLine(arguments)).text);
+        for (std::wstring line; std::getline(help, line);)
+            EXPECT_LE(line.size(), 98u) << command << ": " << toUtf8(line);
     }
 }
 

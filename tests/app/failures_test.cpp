@@ -158,6 +158,7 @@ TEST(ExitCodeHelp, ListsEveryCode) {
     for (int code = 0; code <= 11; ++code)
         EXPECT_THAT(exitCodeHelp(),
                     HasSubstr((code < 10 ? "\n   " : "\n  ") + std::to_string(code) + "  "));
+    EXPECT_THAT(exitCodeHelp(), HasSubstr("\n  0xC000013A  ")) << "by which the system ends it";
 }
 
 } // namespace
