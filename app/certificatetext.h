@@ -10,14 +10,14 @@ namespace updater {
 /// The subject as one line; what cannot be read is said to be so.
 std::wstring subjectText(const asn1::Certificate& cert);
 
-/// The first and the last day of validity: "2026-01-01 to 2027-12-31".
-std::wstring validityText(const asn1::Certificate& cert);
-
 /// The issuer as one line, likewise.
 std::wstring issuerText(const asn1::Certificate& cert);
 
 /// The serial number in hexadecimal, two digits for each octet.
 std::wstring serialNumberText(const asn1::Certificate& cert);
+
+/// The first and the last day of validity: "2026-01-01 to 2027-12-31".
+std::wstring validityText(const asn1::Certificate& cert);
 
 /// The first and the last moment of validity as ISO 8601 has them: "2026-01-01T00:00:00Z".
 std::wstring notBeforeText(const asn1::Certificate& cert);

@@ -20,7 +20,7 @@ void warnUnlessInstalled(const std::wstring& csp, Output& output) {
     try {
         installed = installedCsps();
     } catch (const Failure& failure) {
-        output.warn(L"whether the CSP \"" + csp + L"\" is installed cannot be told: " +
+        output.warn(L"it is not known whether the CSP \"" + csp + L"\" is installed: " +
                     failure.line());
         return;
     }

@@ -33,7 +33,7 @@ std::wstring systemFolder();
 /// Where the system names a thing by a place holder, it is "it" here.
 std::wstring systemErrorText(DWORD error);
 
-/// Text in the active code page; what that cannot say is replaced.
+/// Text in the active code page; characters that it lacks are replaced.
 std::string toActiveCodePage(const std::wstring& text);
 std::wstring fromActiveCodePage(const std::string& text);
 

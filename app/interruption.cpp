@@ -22,7 +22,7 @@ HANDLE requestedEvent() {
 std::atomic<bool> isRequestedAlready = false;
 
 BOOL WINAPI request(DWORD kind) {
-    // Who asks twice does not want to wait for a module or a store that does not answer.
+    // Whoever asks twice does not want to wait for a module or a store that does not answer.
     if (isRequestedAlready.exchange(true) && kind != CTRL_CLOSE_EVENT)
         return FALSE;
     SetEvent(requestedEvent());

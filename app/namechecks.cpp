@@ -43,7 +43,7 @@ void warnIfMistyped(const std::wstring& store, Output& output) {
     const auto meant = isKnown ? std::nullopt : nearest(toUtf8(store), names);
     if (meant)
         output.warn(L"\"" + store +
-                    L"\" is no store of Windows's own, and is made if it does not "
+                    L"\" is none of Windows's own stores, and is created if it does not "
                     L"exist; did you mean \"" +
                     toWide(*meant) + L"\"?");
 }

@@ -7,7 +7,7 @@
 namespace updater {
 
 /// Warns of a CSP that is not installed, and of a store that has almost the name of one of
-/// Windows's own: a store that does not exist is made when it is opened.
+/// Windows's own: a store that does not exist is created when it is opened.
 void warnOfMistypedNames(const Options& options, Output& output);
 
 } // namespace updater

@@ -12,7 +12,7 @@
 namespace updater {
 
 /// A bar on standard error, if that is a console, for work that takes longer than a moment. While
-/// the object lives, nothing else is written there.
+/// the object lives, nothing else may be written there.
 class Progress {
 public:
     /// \param steps how many there are; more of them are not shown

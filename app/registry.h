@@ -30,8 +30,8 @@ public:
     /// What is bound to the CSP, ours or not. Of several entries with one container only one is
     /// listed; another one appears when that one is gone.
     virtual CertMap list() = 0;
-    /// Whether a certificate is ours, and bound to its key as its record says if it has one, to
-    /// none if it has none.
+    /// Whether a certificate is ours for this container, and its key binding is as it should be:
+    /// to this container if its private key is on the token, otherwise to none.
     virtual bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) = 0;
     /// Whether a certificate is ours, for this container.
     virtual bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) = 0;

@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds betweenLooks{100};
 Failure notLocked(const std::wstring& store, const std::wstring& reason) {
     return {ExitCode::store, L"the store \"" + store +
                                  L"\" cannot be reserved for this run, and is unchanged: " +
-                                 reason + L"; see that you may write there"};
+                                 reason + L"; make sure that you may write there"};
 }
 
 /// With a backslash at the end.
@@ -76,8 +76,6 @@ StoreLock::StoreLock(const std::wstring& store, const Interruption& interruption
                      const Output& output) {
     const std::wstring file = lockFileOf(store);
     file_ = tryToLock(file, store);
-    if (file_)
-        return;
     // A program that looks through all files may have had it open for a moment.
     for (int look = 1; !file_; ++look) {
         if (look == 2)

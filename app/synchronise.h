@@ -16,8 +16,8 @@ struct SyncEvent {
         boundAnew, ///< removed, and added with the binding that it should have
         removed,
         notOurs,        ///< in the store, but not registered by us: left alone
-        addRefused,     ///< the store took it silently not
-        removalRefused, ///< the store kept it silently
+        addRefused,     ///< the store silently did not take it
+        removalRefused, ///< the store silently kept it
         unusable,       ///< the certificate is malformed; `failure` says more
     };
     Kind kind;
@@ -31,7 +31,7 @@ struct SyncEvent {
 struct SyncObserver {
     /// Told of every change and every problem at once.
     std::function<void(const SyncEvent&)> onEvent;
-    /// Called after each step, with the store in order. If it returns false, that was the last one.
+    /// Called after each step, when the store is in order. If it returns false, no step follows.
     std::function<bool()> onProgress = [] { return true; };
 };
 

@@ -11,6 +11,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace pkcs11::certstoreupdater {
 class Pkcs11Helper;

@@ -44,7 +44,7 @@ RunningProgram::RunningProgram(const std::wstring& fileName, const Start& start)
     : fileName_(fileName), commandLine_(commandLineOf(fileName, start.arguments)), job_(makeJob()) {
     const SharedFile input;
     input.write(start.input);
-    // Who ignores Ctrl-C hands that on to the processes that he starts.
+    // A process that ignores Ctrl-C passes that on to those that it starts.
     SetConsoleCtrlHandler(nullptr, FALSE);
     const AddedEnvironment environment(start.environment);
     process_ = startChild(commandLine_, {input.handle(), output_.writeEnd(), errors_.writeEnd()},
