@@ -33,6 +33,13 @@ public:
         : ImportHook<Function>(GetModuleHandleW(L"certstoreupdater.dll"), "crypt32.dll", name) {}
 };
 
+/// What CryptoAPI does if it asks the user, who declines.
+BOOL declineRemoval(const CERT_CONTEXT* certificate) {
+    CertFreeCertificateContext(certificate);
+    SetLastError(ERROR_CANCELLED);
+    return FALSE;
+}
+
 class WindowsStore : public testing::Test {
 protected:
     std::vector<Kind> synchronised() {
@@ -124,11 +131,7 @@ TEST_F(WindowsStore, SaysThatCleaningLeftWhatTheUserDeclined) {
     wanted[L"A"] = wantedOf(numbered(1));
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
     CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
-    remove.replace([](const CERT_CONTEXT* certificate) {
-        CertFreeCertificateContext(certificate);
-        SetLastError(ERROR_CANCELLED);
-        return FALSE;
-    });
+    remove.replace(declineRemoval);
     Options options;
     options.csp = csp;
     options.store = store.name();
@@ -146,11 +149,7 @@ TEST_F(WindowsStore, TellsThatTheUserDeclinedARemoval) {
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
     wanted.clear();
     CryptoHook<decltype(CertDeleteCertificateFromStore)> remove("CertDeleteCertificateFromStore");
-    remove.replace([](const CERT_CONTEXT* certificate) {
-        CertFreeCertificateContext(certificate);
-        SetLastError(ERROR_CANCELLED);
-        return FALSE;
-    });
+    remove.replace(declineRemoval);
     EXPECT_THAT(synchronised(), ElementsAre(Kind::removalRefused));
     EXPECT_EQ(remove.count(), 1u);
 }

@@ -110,14 +110,18 @@ const char* keySpecName(DWORD keySpec) {
     }
 }
 
+std::string orNone(const wchar_t* text) {
+    return text ? utf8(text) : "none";
+}
+
 std::string keyProvider(const CERT_CONTEXT* context) {
     const auto value = property(context, CERT_KEY_PROV_INFO_PROP_ID);
     if (!value)
         return "  key provider   none\n";
     CRYPT_KEY_PROV_INFO info{};
     std::memcpy(&info, value->data(), sizeof info);
-    return "  container      " + utf8(info.pwszContainerName) + "\n  CSP            " +
-           utf8(info.pwszProvName) + "\n  key spec       " + keySpecName(info.dwKeySpec) + '\n';
+    return "  container      " + orNone(info.pwszContainerName) + "\n  CSP            " +
+           orNone(info.pwszProvName) + "\n  key spec       " + keySpecName(info.dwKeySpec) + '\n';
 }
 
 /// By name: the store's own order is that of hashes.
