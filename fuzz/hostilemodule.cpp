@@ -1,4 +1,4 @@
-// A hostile PKCS #11 module: the input says what lies on the token, and with which lies the module
+// A hostile PKCS #11 module: the input says what is on the token, and with which lies the module
 // answers each call.
 #include "asn1error.h"
 #include "bufcodecs.h"
@@ -47,7 +47,7 @@ constexpr CK_RV answers[] = {
     CKR_VENDOR_DEFINED,
 };
 
-// Lengths and counts next to what is checked somewhere.
+// Lengths and counts at and around the limits that are checked somewhere.
 constexpr CK_ULONG numbers[] = {
     0,
     1,
@@ -129,9 +129,10 @@ private:
         return objects()[(choice >> 4) % objects().size()].attributes[type];
     }
 
-    /// Before each call: what it answers, or a change in what it would answer by itself.
+    /// Called before each call: gives the answer, or changes something that the call's own answer
+    /// depends on.
     std::optional<CK_RV> tamper() {
-        // Counts lie once only, or a search would have no end.
+        // A lie about a count holds for one call only, or a search would never end.
         control_.claimedSlotCount.reset();
         control_.claimedFoundCount.reset();
         switch (takeByte(script_) % 16) {
@@ -259,7 +260,8 @@ void checkUnloaded(Control& control) {
 } // namespace
 
 void hostilemodule(Input input) {
-    // Our own reference stays: loading the file anew each time would take most of the time.
+    // This reference is kept, because loading the file again for each input would take most of the
+    // time.
     static const faketoken::LoadedToken token;
     *token = Control();
     {

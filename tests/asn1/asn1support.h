@@ -30,7 +30,7 @@ std::u16string unitsOf(const buffer::GenericBuffer<wchar_t>& text);
 /// ASCII only; a test fails for anything else.
 std::string asciiOf(const buffer::GenericBuffer<wchar_t>& text);
 
-/// What an event says, but for its place.
+/// What an event says, apart from its place in the sources.
 struct Thrown {
     std::type_index type;
     Params params;

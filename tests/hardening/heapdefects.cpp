@@ -1,4 +1,4 @@
-// Spoils the heap in the way that it is told, then uses the heap as any program does.
+// Damages the heap in the way that its argument names, then uses the heap as any program does.
 #include <cstdlib>
 #include <cstring>
 #include <memory>

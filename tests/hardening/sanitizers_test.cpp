@@ -1,4 +1,4 @@
-// What the sanitizers of a build are trusted to find, they find: each test plants a defect in a
+// The sanitizers of a build find what they are trusted to find: each test plants a defect in a
 // process of its own.
 #include "onallthreads.h"
 
@@ -13,8 +13,8 @@ bool hasFailed(int status) {
     return !testing::ExitedWithCode(EXIT_SUCCESS)(status);
 }
 
-/// Does it and ends as a program does that has noticed nothing; a sanitizer reports then at the
-/// latest.
+/// Ends the process, after the defect, as a program does that noticed nothing. A sanitizer has
+/// reported the defect by then or does so at the end.
 template <class Defect>
 [[noreturn]] void endAfter(Defect defect) {
     defect();

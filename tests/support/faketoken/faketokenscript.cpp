@@ -8,36 +8,34 @@
 //     key [id=HEX]
 //         add an object to the last slot; without id there is an empty CKA_ID
 //     lie value|id|label [claimed=N] [filled=N]
-//         the last object's attribute claims to be so long when it is asked for its length, or
-//         after it was filled in; -1 is the length of what is not available
+//         the length that the last object's attribute claims when only its length is asked for, or
+//         once its value was read; -1 stands for CK_UNAVAILABLE_INFORMATION
 //     objectsfrom FILE
-//         what is on the token of the last slot stands in that file, in statements certificate,
-//         key and lie; it is read anew at each C_FindObjectsInit. Whoever changes it while a
-//         program runs puts another file in its place, so that none is ever read half written
+//         the objects of the last slot's token are those of that file, whose statements are
+//         certificate, key and lie. The file is read again at each C_FindObjectsInit; to change it
+//         while a program runs, put another file in its place, so that it is never half written
 //     slotcount N
 //     foundcount N
-//         so many slots or objects C_GetSlotList or C_FindObjects claims to have listed
+//         C_GetSlotList or C_FindObjects claims to have listed N slots or objects
 //     fail FUNCTION NTH ANSWER
 //     failany NTH ANSWER
 //         the NTH call (of FUNCTION) answers ANSWER
 //     failfrom NTH ANSWER
 //         the NTH call and all calls after it answer ANSWER
 //     failwhile FILE FUNCTION ANSWER
-//         FUNCTION answers ANSWER at each call at which there is such a file
+//         FUNCTION answers ANSWER at each call for as long as there is such a file
 //     hangwhile FILE FUNCTION
-//         FUNCTION says on standard error that it hangs, and does not go on as long as there is
-//         such a file
+//         FUNCTION says on standard error that it hangs, and goes on once there is no such file
 //     pulledat NTH
-//         the tokens are pulled out at the NTH call and stay out: C_GetSlotList finds no token,
-//         what needs one answers CKR_DEVICE_REMOVED
+//         the tokens are pulled out at the NTH call and stay out: C_GetSlotList finds no token, and
+//         functions that need one answer CKR_DEVICE_REMOVED
 //     pulledwhile FILE
-//         the tokens are out at each call at which there is such a file
+//         the tokens are out for as long as there is such a file
 //     record FILE
-//         every call is written there once it is answered: its name, a blank, its answer in
-//         decimal
+//         each answered call is appended to that file: its name, a blank, and the answer in decimal
 //
-// Numbers are decimal, or hexadecimal with 0x. Functions that end something do so whatever they
-// answer.
+// Numbers are decimal, or hexadecimal with 0x. Functions that end something (C_Finalize,
+// C_CloseSession, C_FindObjectsFinal) end it whatever they answer.
 #include "faketokenscript.h"
 
 #include "hex.h"

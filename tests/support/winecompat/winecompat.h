@@ -1,5 +1,5 @@
-// Cures what Wine's crypt32 lacks against Windows's, so that the library and its program can be
-// tried without Windows. Never part of the product; does nothing on Windows.
+// Makes up for what Wine's crypt32 lacks compared with Windows', so that the library and its
+// program can be tried without Windows. Never part of the product; does nothing on Windows.
 //
 // Ways to get it: a test program links the CMake target `winecompat` (nothing to call); any
 // other program is started by winecompat-launcher.exe, which loads winecompat.dll into it.
