@@ -11,7 +11,7 @@
 
 namespace asn1 {
 
-/// How the values of a type are encoded and held. The numbers are those that errors show.
+/// How the values of a type are encoded. The numbers are those that errors show.
 enum class TypeClass : unsigned {
     boolean = 1,
     integer = 2,
@@ -30,6 +30,46 @@ enum class TypeClass : unsigned {
     openType = 35,
     kept = 36, ///< a value held as its encoding, which is that of `Type::element`
 };
+
+/// How the values of a type are held, which is what code for all types asks first.
+enum class Form : unsigned char {
+    unknown,      ///< not at all: the class is none of `TypeClass`
+    primitive,    ///< ContentsValue that has no elements in it
+    list,         ///< ContentsValue of one element after the other
+    members,      ///< Sequence
+    alternatives, ///< Choice
+    openElement,  ///< EncodedValue of any type
+    kept,         ///< EncodedValue of the type `Type::element`
+};
+
+/// The form of a class's values.
+constexpr Form formOf(TypeClass typeClass) noexcept {
+    switch (typeClass) {
+    case TypeClass::boolean:
+    case TypeClass::integer:
+    case TypeClass::bitString:
+    case TypeClass::octetString:
+    case TypeClass::objectIdentifier:
+    case TypeClass::characterString:
+    case TypeClass::twoByteString:
+    case TypeClass::fourByteString:
+    case TypeClass::utcTime:
+    case TypeClass::generalizedTime:
+        return Form::primitive;
+    case TypeClass::sequenceOf:
+    case TypeClass::setOf:
+        return Form::list;
+    case TypeClass::sequence:
+        return Form::members;
+    case TypeClass::choice:
+        return Form::alternatives;
+    case TypeClass::openType:
+        return Form::openElement;
+    case TypeClass::kept:
+        return Form::kept;
+    }
+    return Form::unknown;
+}
 
 /// Identifier octets (X.690 8.1.2) of the tags used here, all with numbers below 31.
 namespace tag {
@@ -55,10 +95,11 @@ struct Member;
 /// The description of a type; a constant.
 struct Type {
     const char* name;         ///< as in the ASN.1 module; errors show it
-    TypeClass typeClass;      ///< how values are encoded and held
+    TypeClass typeClass;      ///< how values are encoded
     unsigned char identifier; ///< identifier octet with the constructed bit as DER has it
     std::span<const Member> members = {}; ///< of a SEQUENCE or a CHOICE
     const Type* element = nullptr;        ///< of SEQUENCE OF, SET OF and kept values
+    Form form = formOf(typeClass);        ///< how values are held; never set otherwise
 };
 
 /// Whether a member has a tag in brackets, and of which kind.

@@ -1,8 +1,9 @@
 // What all ASN.1 values have in common.
 #include "asn1.h"
 
-#include "form.h"
+#include "asn1type.h"
 #include "makeevent.h"
+#include "unknownclass.h"
 
 #include <algorithm>
 #include <compare>
@@ -64,19 +65,22 @@ Order compareChoices(const Choice& a, const Choice& b) {
 Order compare(const Asn1& a, const Asn1& b) {
     if (&a.type() != &b.type())
         return std::strcmp(a.type().name, b.type().name) < 0 ? Order::less : Order::greater;
-    switch (formOf(a.type(), sourceFile)) {
+    switch (a.type().form) {
     case Form::alternatives:
         return compareChoices(static_cast<const Choice&>(a), static_cast<const Choice&>(b));
     case Form::members:
         return compareMembers(a.type().members, a, b);
-    case Form::encoding:
+    case Form::openElement:
+    case Form::kept:
         return compareOctets(static_cast<const EncodedValue&>(a).encodingOctets(),
                              static_cast<const EncodedValue&>(b).encodingOctets());
-    case Form::contents:
-        break;
+    case Form::primitive:
+    case Form::list:
+        return compareOctets(static_cast<const ContentsValue&>(a).contentsOctets(),
+                             static_cast<const ContentsValue&>(b).contentsOctets());
+    default:
+        throw unknownClass(sourceFile, a.type());
     }
-    return compareOctets(static_cast<const ContentsValue&>(a).contentsOctets(),
-                         static_cast<const ContentsValue&>(b).contentsOctets());
 }
 
 } // namespace

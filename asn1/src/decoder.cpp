@@ -4,9 +4,9 @@
 #include "bufcodecs.h"
 #include "contents.h"
 #include "element.h"
-#include "form.h"
 #include "length.h"
 #include "makeevent.h"
+#include "unknownclass.h"
 #include "valuereader.h"
 
 #include <array>

@@ -1,15 +1,16 @@
-// Encoding in two stages: the first computes the length of every constructed value, the second
-// writes into a buffer of just the size that is needed.
+// Encoding in two stages: the first walks over the values, computes the length of every constructed
+// one and notes what there is to write; the second writes it into a buffer of just that size.
 #include "der.h"
 
 #include "asn1type.h"
 #include "element.h"
-#include "form.h"
 #include "length.h"
+#include "unknownclass.h"
 #include "unset.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -38,174 +39,178 @@ const char* innermostMissing(const Type& type, const char* name) {
         {{L"FIELD_NAME", wideText(innermostMissing(type, name))}}, line);
 }
 
-/// The lengths of constructed values, in the order in which the first stage meets them. A
-/// certificate has about ten; memory is taken for many more only.
-class Lengths {
+/// A piece of an encoding, as the first stage finds it and the second writes it.
+struct Piece {
+    const unsigned char* contents; ///< null if they are the pieces that follow
+    std::size_t size;              ///< of the contents, in bytes
+    unsigned char identifier;      ///< `tag::none` if `contents` begin with it themselves
+};
+
+/// What is to be written, in order. A certificate has some 25 pieces; memory is taken for many
+/// more only.
+class Pieces {
 public:
-    std::size_t add() {
-        if (count_ >= first_.size())
-            more_.push_back(0);
-        return count_++;
+    /// A new piece at the end, to be filled; valid until the next one is added.
+    Piece& add() {
+        const std::size_t index = count_++;
+        return index < first_.size() ? first_[index] : more_.emplace_back();
     }
-    std::size_t& operator[](std::size_t index) noexcept {
+    std::size_t count() const noexcept { return count_; }
+    Piece& operator[](std::size_t index) noexcept {
         return index < first_.size() ? first_[index] : more_[index - first_.size()];
     }
 
+    void write(unsigned char* out) const noexcept {
+        for (std::size_t i = 0; i != std::min(count_, first_.size()); ++i)
+            out = write(first_[i], out);
+        for (const Piece& piece : more_)
+            out = write(piece, out);
+    }
+
 private:
-    std::array<std::size_t, 32> first_{};
-    std::vector<std::size_t> more_;
+    static unsigned char* write(const Piece& piece, unsigned char* out) noexcept {
+        if (piece.identifier != tag::none) {
+            *out++ = piece.identifier;
+            out = writeLength(piece.size, out);
+        }
+        if (!piece.contents)
+            return out;
+        std::memcpy(out, piece.contents, piece.size);
+        return out + piece.size;
+    }
+
+    std::array<Piece, 32> first_; // uninitialised: most of it is not used
+    std::vector<Piece> more_;
     std::size_t count_ = 0;
 };
 
 class Encoder {
 public:
     Buffer<unsigned char> encode(const Asn1& value) {
-        Buffer<unsigned char> bytes(measure(value, value.type().name));
-        out_ = bytes.data();
-        write(value, value.type().identifier);
+        const Type& type = value.type();
+        add(value, type, type.identifier, type.name);
+        Buffer<unsigned char> bytes(size_);
+        pieces_.write(bytes.data());
         return bytes;
     }
 
 private:
-    static constexpr std::size_t identifierOctets = 1;
+    // The first stage meets every value once, in order.
 
-    static std::size_t elementSize(std::size_t contents) noexcept {
-        return identifierOctets + lengthOctets(contents) + contents;
+    /// \param name of the member that the value is
+    void add(const Asn1& value, const Type& type, unsigned char identifier, const char* name) {
+        switch (type.form) {
+        case Form::primitive:
+        case Form::list: {
+            const auto& held = static_cast<const ContentsValue&>(value);
+            if (!held.hasValue())
+                throwMissing(type, name);
+            addPiece(identifier, held.contents());
+            addHeaderSize(held.contents().size());
+            break;
+        }
+        case Form::openElement:
+        case Form::kept: {
+            const auto& held = static_cast<const EncodedValue&>(value);
+            if (!held.hasValue())
+                throwMissing(type, name);
+            addPiece(tag::none, held.encoding());
+            break;
+        }
+        case Form::alternatives:
+            addAlternative(static_cast<const Choice&>(value), type, name);
+            break;
+        case Form::members:
+            addConstructed(identifier, [&] { addMembers(value, type.members); });
+            break;
+        default:
+            throw unknownClass(sourceFile, type);
+        }
     }
 
-    /// The alternative that is chosen, or null.
-    static const Member* chosenAlternative(const Choice& value) noexcept {
-        const auto alternatives = value.type().members;
+    void addAlternative(const Choice& value, const Type& type, const char* name) {
         const auto index = static_cast<std::size_t>(value.chosen()); // "nothing" is out of range
-        return index < alternatives.size() ? &alternatives[index] : nullptr;
-    }
-
-    /// The member if it has to be written: not if it is absent or has its DEFAULT value.
-    static const Asn1* memberToWrite(const Member& member, const Asn1& owner) {
-        const Asn1* value = member.find(owner);
-        if (value && member.presence == Presence::defaulted) {
-            const auto& contents = static_cast<const ContentsValue&>(*value);
-            if (contents.hasValue() &&
-                std::ranges::equal(contents.contents(), member.defaultContents))
-                return nullptr;
-        }
-        return value;
-    }
-
-    /// First stage: the size of a value with its tag. `name` is that of the member.
-    std::size_t measure(const Asn1& value, const char* name) {
-        const Type& type = value.type();
-        switch (formOf(type, sourceFile)) {
-        case Form::alternatives: {
-            const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
-            if (!alternative)
-                throwMissing(type, name);
-            return measureMember(*alternative, *alternative->find(value));
-        }
-        case Form::encoding: {
-            const auto& encoded = static_cast<const EncodedValue&>(value);
-            if (!encoded.hasValue())
-                throwMissing(type, name);
-            return encoded.encoding().size();
-        }
-        case Form::members:
-            return measureMembers(value, type.members);
-        case Form::contents:
-            break;
-        }
-        const auto& contents = static_cast<const ContentsValue&>(value);
-        if (!contents.hasValue())
+        if (index >= type.members.size())
             throwMissing(type, name);
-        return elementSize(contents.contents().size());
+        const Member& alternative = type.members[index];
+        addMember(alternative, *alternative.find(value));
     }
 
-    std::size_t measureMembers(const Asn1& owner, std::span<const Member> members) {
-        const std::size_t slot = lengths_.add();
-        std::size_t size = 0;
+    void addMembers(const Asn1& owner, std::span<const Member> members) {
         for (const Member& member : members)
-            if (const Asn1* value = memberToWrite(member, owner))
-                size += measureMember(member, *value);
-        lengths_[slot] = size;
-        return elementSize(size);
+            if (const Asn1* value = member.find(owner); value && !isDefault(member, *value))
+                addMember(member, *value);
     }
 
-    std::size_t measureMember(const Member& member, const Asn1& value) {
-        if (member.tagging != Tagging::explicitTag)
-            return measure(value, member.name);
-        const std::size_t slot = lengths_.add();
-        lengths_[slot] = measure(value, member.name);
-        return elementSize(lengths_[slot]);
+    void addMember(const Member& member, const Asn1& value) {
+        if (member.tagging == Tagging::explicitTag)
+            addConstructed(member.taggedIdentifier,
+                           [&] { add(value, *member.type, member.type->identifier, member.name); });
+        else
+            add(value, *member.type, identifierOf(member), member.name);
     }
 
-    /// Second stage: meets the constructed values in the order of the first one.
-    void write(const Asn1& value, unsigned char identifier) {
-        const Type& type = value.type();
-        switch (formOf(type, sourceFile)) {
-        case Form::alternatives: {
-            const Member* alternative = chosenAlternative(static_cast<const Choice&>(value));
-            writeMember(*alternative, *alternative->find(value));
-            break;
-        }
-        case Form::encoding:
-            writeBytes(static_cast<const EncodedValue&>(value).encoding());
-            break;
-        case Form::members:
-            writeHeader(identifier, nextLength());
-            for (const Member& member : type.members)
-                if (const Asn1* memberValue = memberToWrite(member, value))
-                    writeMember(member, *memberValue);
-            break;
-        case Form::contents: {
-            const Range contents = static_cast<const ContentsValue&>(value).contents();
-            writeHeader(identifier, contents.size());
-            writeBytes(contents);
-        }
-        }
+    static bool isDefault(const Member& member, const Asn1& value) noexcept {
+        if (member.presence != Presence::defaulted)
+            return false;
+        const auto& held = static_cast<const ContentsValue&>(value);
+        return held.hasValue() && std::ranges::equal(held.contents(), member.defaultContents);
     }
 
-    void writeMember(const Member& member, const Asn1& value) {
-        if (member.tagging == Tagging::explicitTag) {
-            writeHeader(member.taggedIdentifier, nextLength());
-            write(value, member.type->identifier);
-        } else
-            write(value, identifierOf(member));
+    template <class AddContents>
+    void addConstructed(unsigned char identifier, AddContents addContents) {
+        const std::size_t index = pieces_.count();
+        const std::size_t sizeBefore = size_;
+        addPiece(identifier, {});
+        addContents();
+        const std::size_t contents = size_ - sizeBefore;
+        pieces_[index].size = contents;
+        addHeaderSize(contents);
     }
 
-    std::size_t nextLength() noexcept { return lengths_[nextLength_++]; }
-
-    void writeHeader(unsigned char identifier, std::size_t length) noexcept {
-        *out_++ = identifier;
-        out_ = writeLength(length, out_);
+    // Filled field by field: a copy would read what was not written in one piece, and wait.
+    void addPiece(unsigned char identifier, Range contents) {
+        Piece& piece = pieces_.add();
+        piece.contents = contents.begin();
+        piece.size = contents.size();
+        piece.identifier = identifier;
+        size_ += contents.size();
     }
 
-    void writeBytes(Range bytes) noexcept {
-        std::memcpy(out_, bytes.begin(), bytes.size());
-        out_ += bytes.size();
+    void addHeaderSize(std::size_t contents) noexcept {
+        constexpr std::size_t identifierOctets = 1;
+        size_ += identifierOctets + lengthOctets(contents);
     }
 
-    Lengths lengths_;
-    std::size_t nextLength_ = 0;
-    unsigned char* out_ = nullptr;
+    Pieces pieces_;
+    std::size_t size_ = 0; ///< of all pieces together
 };
 
-Octets wholeEncoding(const Asn1& value) {
-    if (formOf(value.type(), sourceFile) == Form::encoding)
-        if (const auto& encoded = static_cast<const EncodedValue&>(value); encoded.hasValue())
-            return encoded.encodingOctets();
-    return Octets(Encoder().encode(value));
+/// The encoding that a value keeps, or null.
+const Octets* keptEncoding(const Asn1& value) {
+    const Form form = value.type().form;
+    if (form != Form::openElement && form != Form::kept)
+        return nullptr;
+    const auto& encoded = static_cast<const EncodedValue&>(value);
+    return encoded.hasValue() ? &encoded.encodingOctets() : nullptr;
 }
 
 Octets encodingOf(const Asn1& value, bool contentsOnly) {
-    const Octets whole = wholeEncoding(value);
+    const Octets* kept = keptEncoding(value);
+    Octets whole = kept ? *kept : Octets(Encoder().encode(value));
+    if (!contentsOnly)
+        return whole;
     const Range range = whole.range();
-    return contentsOnly ? whole.slice(elementAt(range.begin(), range.end()).contentsRange())
-                        : whole;
+    return whole.slice(elementAt(range.begin(), range.end()).contentsRange());
 }
 
 } // namespace
 
 Buffer<unsigned char> aux::encodeDer(const Asn1& value, bool contentsOnly) {
-    return encodingOf(value, contentsOnly).toBuffer();
+    if (contentsOnly)
+        return encodingOf(value, true).toBuffer();
+    const Octets* kept = keptEncoding(value);
+    return kept ? kept->toBuffer() : Encoder().encode(value);
 }
 
 std::int16_t der::cmp(const Asn1& a, const Asn1& b, bool contentsOnly) {

@@ -1,20 +1,16 @@
 // Length octets in the shortest form (X.690 8.1.3, 10.1).
 #pragma once
 
+#include <bit>
 #include <cstddef>
 
 namespace asn1 {
 
-/// The most octets that a length takes.
-inline constexpr std::size_t maxLengthOctets = 1 + sizeof(std::size_t);
-
 constexpr std::size_t lengthOctets(std::size_t length) noexcept {
     if (length < 0x80)
         return 1;
-    std::size_t octets = 1;
-    for (; length != 0; length >>= 8)
-        ++octets;
-    return octets;
+    const auto bits = static_cast<std::size_t>(std::bit_width(length));
+    return 1 + (bits + 7) / 8;
 }
 
 /// Writes the `lengthOctets(length)` octets; returns the position behind them.
