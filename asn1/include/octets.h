@@ -41,10 +41,7 @@ public:
 
     /// The bytes that `part` covers; `part` must lie within `range()`.
     Octets slice(BufferRange<unsigned char> part) const {
-        Octets octets(*this);
-        octets.offset_ = static_cast<std::size_t>(part.begin() - bytes_.data());
-        octets.size_ = part.size();
-        return octets;
+        return {bytes_, static_cast<std::size_t>(part.begin() - bytes_.data()), part.size()};
     }
 
     /// The bytes as a buffer: the shared one if they are all of it, otherwise a copy.
@@ -66,6 +63,9 @@ public:
     }
 
 private:
+    Octets(const Buffer<unsigned char>& bytes, std::size_t offset, std::size_t size)
+        : bytes_(bytes), offset_(offset), size_(size) {}
+
     Buffer<unsigned char> bytes_;
     std::size_t offset_ = 0; // an offset, not a pointer: short contents move with the buffer
     std::size_t size_ = 0;

@@ -208,7 +208,9 @@ BitString Certificate::signature() const {
 Range Certificate::toBeSignedEncoding() const {
     if (!hasValue())
         throw unsetValue(sourceFile, asn1Type);
-    return *findMember(signedMembers, contentsOf(encoding()), indexOf(signedMembers, "toBeSigned"));
+    static_assert(indexOf(signedMembers, "toBeSigned") == 0);
+    const Range members = contentsOf(encoding());
+    return elementAt(members.begin(), members.end()).range();
 }
 
 template <class Value>

@@ -11,9 +11,7 @@
 
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <cstring>
-#include <initializer_list>
 
 namespace asn1 {
 
@@ -106,25 +104,9 @@ void appendExpectedIdentifiers(const Type& type, unsigned char expected, Buffer<
         appendExpectedIdentifiers(*alternative.type, identifierOf(alternative), text);
 }
 
-constexpr std::uint64_t bitOf(TypeClass typeClass) noexcept {
-    return std::uint64_t{1} << static_cast<unsigned>(typeClass);
-}
-constexpr std::uint64_t bitsOf(std::initializer_list<TypeClass> classes) noexcept {
-    std::uint64_t bits = 0;
-    for (const TypeClass typeClass : classes)
-        bits |= bitOf(typeClass);
-    return bits;
-}
-constexpr std::uint64_t classesWithTag =
-    bitsOf({TypeClass::boolean, TypeClass::integer, TypeClass::bitString, TypeClass::octetString,
-            TypeClass::objectIdentifier, TypeClass::characterString, TypeClass::twoByteString,
-            TypeClass::fourByteString, TypeClass::utcTime, TypeClass::generalizedTime,
-            TypeClass::sequence, TypeClass::sequenceOf, TypeClass::setOf});
-
 /// Whether values of the type begin with a tag of its own.
 constexpr bool hasTag(const Type& type) noexcept {
-    const auto number = static_cast<unsigned>(type.typeClass);
-    return number < 64 && (classesWithTag >> number & 1) != 0;
+    return type.form == Form::primitive || type.form == Form::list || type.form == Form::members;
 }
 
 // A certificate has some sixty elements, and each comes through `decodeValue`: that is where the
@@ -147,21 +129,23 @@ public:
 private:
     using Position = const unsigned char*;
 
-    /// Reads a value whose tag is `identifier`; returns the position behind it.
+    /// Reads a value whose tag is `identifier`, if it has one; returns the position behind it.
     Position decodeValue(const Type& type, unsigned char identifier, Position position,
                          Position end) {
         if (!hasTag(type))
             return decodeUntagged(type, position, end);
-        // The tag comes first: of an element that is another one the length is of no interest.
-        if (position != end && tag::masked(*position) != tag::masked(identifier))
-            throwWrongTag(type, identifier, position);
+        checkTag(type, identifier, position, end);
         Element element;
-        if (!parseShortElement(position, end, element))
-            element = parseOther(position, end);
+        return parseShortLength(position, end, element)
+                   ? decodeTagged(type, identifier, element)
+                   : decodeTagged(type, identifier, parse(position, end));
+    }
+
+    Position decodeTagged(const Type& type, unsigned char identifier, const Element& element) {
         noteForm(element, identifier);
-        if (type.typeClass == TypeClass::sequence)
+        if (type.form == Form::members)
             decodeMembers(type, identifier, element);
-        else if (type.element)
+        else if (type.form == Form::list)
             decodeItems(*type.element, identifier, element);
         else
             checkContents(type, identifier, element);
@@ -169,15 +153,16 @@ private:
     }
 
     Position decodeUntagged(const Type& type, Position position, Position end) {
-        switch (type.typeClass) {
-        case TypeClass::choice:
+        switch (type.form) {
+        case Form::alternatives:
             return decodeChoice(type, position, end);
-        case TypeClass::openType: {
+        case Form::openElement: {
             const Element element = parse(position, end);
+            noteForm(element, element.identifier());
             output_.openElement(element);
             return element.end;
         }
-        case TypeClass::kept:
+        case Form::kept:
             return decodeValue(*type.element, type.element->identifier, position, end);
         default:
             throw unknownClass(sourceFile, type);
@@ -228,9 +213,9 @@ private:
     }
 
     Position decodeExplicit(const Member& member, Position position, Position end) {
-        if (position != end && tag::masked(*position) != tag::masked(member.taggedIdentifier))
-            throwWrongTag(*member.type, member.taggedIdentifier, position);
+        checkTag(*member.type, member.taggedIdentifier, position, end);
         const Element element = parse(position, end);
+        noteForm(element, member.taggedIdentifier);
         if ((element.identifier() & tag::constructed) == 0)
             throw decodeError(L"ExplicitTagWithoutConstructorBit", position);
         enter(member.taggedIdentifier, position);
@@ -260,12 +245,6 @@ private:
         lastContents_ = contents;
     }
 
-    void noteForm(const Element& element, unsigned char identifier) noexcept {
-        isDer_ = isDer_ && element.identifier() == identifier;
-        if (rules == Rules::ber)
-            isDer_ = isDer_ && element.shortestForm;
-    }
-
     /// Begins the contents of the constructed element at `position`.
     void enter(unsigned char identifier, Position position) {
         if (++depth_ > maxDepth)
@@ -277,15 +256,22 @@ private:
         output_.end();
     }
 
-    Element parse(Position position, Position end) {
-        const Element element = parseOther(position, end);
-        isDer_ = isDer_ && element.shortestForm;
-        return element;
+    /// The tag comes first: of an element that is another one the length is of no interest.
+    void checkTag(const Type& type, unsigned char identifier, Position position,
+                  Position end) const {
+        if (position == end)
+            throwMismatch(position);
+        if (tag::masked(*position) != tag::masked(identifier))
+            throwWrongTag(type, identifier, position);
     }
 
-    /// Parses an element of any form.
-    Element parseOther(Position position, Position end) const {
-        Element element{};
+    void noteForm(const Element& element, unsigned char identifier) noexcept {
+        isDer_ &= element.identifier() == identifier && element.shortestForm;
+    }
+
+    /// An element of any form.
+    Element parse(Position position, Position end) const {
+        Element element;
         const ElementFault fault = parseElement(position, end, rules, element);
         if (fault == ElementFault::indefinite)
             throw decodeError(L"UndefinedLengthPresentInDerEncoding", position);

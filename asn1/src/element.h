@@ -32,12 +32,12 @@ struct Element {
 ElementFault parseLongElement(const unsigned char* position, const unsigned char* end, Rules rules,
                               Element& element) noexcept;
 
-/// Parses an element with one identifier octet and up to three length octets in their shortest
-/// form, as all of a usual certificate are; false for any other.
-inline bool parseShortElement(const unsigned char* position, const unsigned char* end,
-                              Element& element) noexcept {
+/// Parses an element with one identifier octet, which is known to be valid, and up to three length
+/// octets in their shortest form, as all of a usual certificate are; false for any other.
+inline bool parseShortLength(const unsigned char* position, const unsigned char* end,
+                             Element& element) noexcept {
     const std::ptrdiff_t room = end - position;
-    if (room < 2 || (position[0] & 0x1F) == 0x1F || tag::masked(position[0]) == 0)
+    if (room < 2)
         return false;
     const unsigned char* contents = position + 2;
     std::ptrdiff_t length = position[1];
@@ -55,6 +55,13 @@ inline bool parseShortElement(const unsigned char* position, const unsigned char
         return false;
     element = {position, contents, contents + length, contents + length, true};
     return true;
+}
+
+/// The same where nothing is known of the identifier.
+inline bool parseShortElement(const unsigned char* position, const unsigned char* end,
+                              Element& element) noexcept {
+    return position != end && (*position & 0x1F) != 0x1F && tag::masked(*position) != 0 &&
+           parseShortLength(position, end, element);
 }
 
 inline ElementFault parseElement(const unsigned char* position, const unsigned char* end,
