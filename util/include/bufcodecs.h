@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -83,6 +82,10 @@ private:
         return eight;
     }
 
+    static constexpr bool isContinuation(unsigned char byte) noexcept {
+        return (byte & 0xC0) == 0x80;
+    }
+
     /// How many bytes are no continuation bytes: as many sequences as there are in proper UTF-8.
     static std::size_t leadBytes(BufferRange<unsigned char> bytes) noexcept {
         std::size_t count = bytes.size();
@@ -91,11 +94,12 @@ private:
             // Of each byte the bit that is set in 10xxxxxx only, moved to where it counts as 1.
             const std::uint64_t eight = eightBytes(position);
             const std::uint64_t continuations = eight >> 7 & ~(eight >> 6) & 0x0101'0101'0101'0101u;
-            count -= static_cast<std::size_t>(std::popcount(continuations));
+            // Their sum in the highest byte: std::popcount calls a function where the processor
+            // may be an old one.
+            count -= static_cast<std::size_t>(continuations * 0x0101'0101'0101'0101u >> 56);
         }
-        return count - static_cast<std::size_t>(
-                           std::count_if(position, bytes.end(),
-                                         [](unsigned char byte) { return (byte & 0xC0) == 0x80; }));
+        return count -
+               static_cast<std::size_t>(std::count_if(position, bytes.end(), isContinuation));
     }
 
     /// Appends to a text that has its room beforehand, so that a long one is not moved again and
@@ -131,10 +135,6 @@ private:
         GenericBuffer<wchar_t>& text_;
         std::size_t size_;
     };
-
-    static constexpr bool isContinuation(unsigned char byte) noexcept {
-        return (byte & 0xC0) == 0x80;
-    }
 
     /// Decodes sequences of up to three bytes as long as they are well formed and there is room;
     /// eight ASCII characters at a time.
@@ -183,7 +183,7 @@ private:
             throw korv::makeEvent<BufferError_InvalidEncodingUnit>(
                 sourceFile, {{L"CODEC", L"Utf8Decoder"}, {L"CAUSE", L"BadUft8Encoding"}});
         for (std::size_t i = 1; i != length; ++i)
-            if ((bytes[i] & 0xC0) != 0x80) {
+            if (!isContinuation(bytes[i])) {
                 bytes.advance(i);
                 throw korv::makeEvent<BufferError_InvalidEncodingUnit>(
                     sourceFile, {{L"CODEC", L"Utf8Decoder"}, {L"CAUSE", L"BadUft8Encoding"}});
@@ -223,10 +223,15 @@ public:
         std::size_t written = oldSize;
         std::size_t room = oldSize; // what is there may be shared, so it is no room
         try {
-            for (const wchar_t unit : text) {
+            while (!text.empty()) {
                 if (room - written < longestSequence)
                     room = grow(bytes, written);
-                written += encodeUnit(static_cast<std::uint16_t>(unit), bytes.data() + written);
+                const std::size_t fitting =
+                    std::min(text.size(), (room - written) / longestSequence);
+                const unsigned char* const end =
+                    encodeUnits({text.begin(), fitting}, bytes.data() + written);
+                written = static_cast<std::size_t>(end - bytes.data());
+                text.advance(fitting);
             }
         } catch (...) {
             // What has grown is nobody else's, so cutting it back does not allocate.
@@ -249,20 +254,26 @@ private:
         return bytes.capacity();
     }
 
-    static std::size_t encodeUnit(std::uint16_t unit, unsigned char* out) noexcept {
+    /// \returns the position behind what was written, as does `encodeUnit`
+    static unsigned char* encodeUnits(BufferRange<wchar_t> units, unsigned char* out) noexcept {
+        for (const wchar_t unit : units)
+            out = encodeUnit(static_cast<std::uint16_t>(unit), out);
+        return out;
+    }
+
+    static unsigned char* encodeUnit(std::uint16_t unit, unsigned char* out) noexcept {
         if (unit <= 0x7F) {
-            out[0] = static_cast<unsigned char>(unit);
-            return 1;
+            *out++ = static_cast<unsigned char>(unit);
+            return out;
         }
-        if (unit <= 0x7FF) {
-            out[0] = static_cast<unsigned char>(0xC0 | (unit >> 6));
-            out[1] = continuation(unit);
-            return 2;
+        if (unit <= 0x7FF)
+            *out++ = static_cast<unsigned char>(0xC0 | (unit >> 6));
+        else {
+            *out++ = static_cast<unsigned char>(0xE0 | (unit >> 12));
+            *out++ = continuation(static_cast<std::uint16_t>(unit >> 6));
         }
-        out[0] = static_cast<unsigned char>(0xE0 | (unit >> 12));
-        out[1] = continuation(static_cast<std::uint16_t>(unit >> 6));
-        out[2] = continuation(unit);
-        return 3;
+        *out++ = continuation(unit);
+        return out;
     }
 
     static unsigned char continuation(std::uint16_t bits) noexcept {
