@@ -10,8 +10,8 @@
 
 namespace torture {
 
-/// Counts runs, those among them in which an expectation failed, and what was made to fail. When
-/// it goes its numbers become properties of the test, and so parts of its JSON.
+/// Counts runs, those among them in which an expectation failed, and what was made to fail. When it
+/// is destroyed its numbers become properties of the test, and so part of its JSON results.
 class Tally {
 public:
     /// \param kind what fails in what: "Windows calls of an update"

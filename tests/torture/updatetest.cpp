@@ -68,7 +68,7 @@ bool isBefore(const StoreEntry& one, const StoreEntry& other) {
     return one.encoded < other.encoded;
 }
 
-/// A certificate and the properties that it has, to be read in a failing test.
+/// A certificate and the properties that it has, for the message of a failing test.
 std::string summaryOf(const StoreEntry& entry) {
     std::string text;
     for (int number = 1; number <= 21; ++number)
@@ -95,15 +95,15 @@ void expectEntries(std::vector<StoreEntry> present, std::vector<StoreEntry> expe
     std::sort(present.begin(), present.end(), isBefore);
     std::sort(expected.begin(), expected.end(), isBefore);
     EXPECT_THAT(summaryOf(present), ElementsAreArray(summaryOf(expected)));
-    EXPECT_TRUE(present == expected) << "in other words than these";
+    EXPECT_TRUE(present == expected) << "they differ in values that the summaries leave out";
 }
 
 bool contains(const std::vector<StoreEntry>& entries, const StoreEntry& wanted) {
     return std::find(entries.begin(), entries.end(), wanted) != entries.end();
 }
 
-/// Whether the entry has the properties of the wanted one up to some one, in the order in which
-/// they are written, and no further ones.
+/// Whether the entry has the first so many properties of the wanted one, in the order in which they
+/// are written, and no others.
 bool isPrefixOf(const StoreEntry& entry, const StoreEntry& wanted) {
     StoreEntry prefix = wanted;
     if (entry == prefix)

@@ -20,7 +20,7 @@ Bytes encodingOf(const CERT_CONTEXT* context) {
     return Bytes(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
 }
 
-/// A function that does nothing when it fails, but for saying so.
+/// What a function does that only says that it failed.
 template <class Result>
 auto answering(Result result) {
     return [result](auto...) { return result; };

@@ -27,12 +27,12 @@ struct WindowsCall {
     DWORD property = 0;    ///< which one is read or written
     bool asksSize = false; ///< reads how long a property or a text is
     Bytes certificate{};   ///< whose property it is, encoded
-    DWORD access = 0;      ///< wanted to a file
+    DWORD access = 0;      ///< the access to a file that is asked for
 };
 
-/// The functions of crypt32 and advapi32, and of kernel32 those that load modules and
-/// look at files. One object at a time; hooks that shall answer in place of Windows are made
-/// before it. One thread.
+/// The functions of crypt32 and advapi32, and those of kernel32 that load modules and look at
+/// files. One object at a time, one thread. Hooks that answer in place of Windows must be made
+/// before it.
 class WindowsCalls {
 public:
     WindowsCalls();
@@ -46,7 +46,7 @@ public:
 
     /// The calls that could fail, in order.
     const std::vector<WindowsCall>& calls() const noexcept { return calls_; }
-    /// The call that failed, or null if it has not come to that.
+    /// The call that failed, or null if there was none.
     const WindowsCall* failedCall() const noexcept {
         return failing_ != 0 && calls_.size() >= failing_ ? &calls_[failing_ - 1] : nullptr;
     }
