@@ -27,7 +27,6 @@ public:
     static Stream standardOutput();
     static Stream standardError();
 
-    bool isConsole() const noexcept { return console_ != nullptr; }
     /// Whether this is a console on which colours are wanted.
     bool isColoured() const noexcept { return coloured_; }
     /// How many columns of text fit on a line; nothing if this is no console.

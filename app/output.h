@@ -61,8 +61,6 @@ public:
     /// \returns the exit code
     ExitCode finish();
 
-    bool isJson() const noexcept { return options_.json; }
-    ExitCode code() const noexcept { return code_; }
     /// Whether a bar that shows progress would be seen and disturb nothing.
     bool showsProgress() const noexcept;
 

@@ -139,7 +139,7 @@ TEST_F(WindowsStore, SaysThatCleaningLeftWhatTheUserDeclined) {
     testing::internal::CaptureStdout();
     const Json result = clean(options, Interruption(), output);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "nothing was removed";
-    EXPECT_EQ(output.code(), ExitCode::incomplete);
+    EXPECT_EQ(output.finish(), ExitCode::incomplete);
     EXPECT_EQ(result.at("keptContainers"), 1);
     EXPECT_EQ(result.at("removedContainers"), 0);
 }

@@ -30,7 +30,7 @@ protected:
         options.recursive = recursive;
         Output output("grant", {.quiet = true});
         grantAccess(options, output);
-        return output.code();
+        return output.finish();
     }
 
     testsupport::TemporaryFolder folder;
