@@ -7,15 +7,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 struct _CERT_CONTEXT; // CERT_CONTEXT of wincrypt.h
 
 namespace pkcs11::certstoreupdater {
-
-struct CspBinding;
 
 /// One system store of the current user. Registers certificates in it for a CSP and a key
 /// container, finds them, lists them and removes them.
@@ -149,15 +146,7 @@ private:
     static bool getCertContextProperty(const _CERT_CONTEXT* context, std::uint32_t id,
                                        Buffer<unsigned char>& value);
 
-    /// What the `KorvaneCspRef` property says, or nothing if there is none.
-    static std::optional<CspBinding> readKorvaneCspRef(const _CERT_CONTEXT* context);
-    /// What the key provider information says, or nothing if there is none.
-    static std::optional<CspBinding> readKeyProvInfo(const _CERT_CONTEXT* context);
-    static bool isBoundTo(const _CERT_CONTEXT* context, const std::wstring& cspName,
-                          const std::wstring& containerName, bool requireKeyProvInfo);
-    static std::optional<std::wstring> listedContainer(const _CERT_CONTEXT* context,
-                                                       const std::wstring& cspName,
-                                                       bool requireKeyProvInfo);
+    class StoredCertificate;
 
     void* store = nullptr; // HCERTSTORE
 };

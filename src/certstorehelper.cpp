@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -30,15 +31,15 @@ struct FreeContext {
         CertFreeCertificateContext(context);
     }
 };
-/// Owns one reference. Mind that enumerating releases the previous context and that deleting
-/// releases the deleted one, whatever the outcome: `release()` a context for either.
+/// Owns one reference. Enumerating releases the previous context, and deleting releases the
+/// deleted one, whatever the outcome: hand either of them a context by `release()`.
 using CertContext = std::unique_ptr<const CERT_CONTEXT, FreeContext>;
 
 bool fitsDword(std::size_t size) {
     return size <= std::numeric_limits<DWORD>::max();
 }
 
-/// Windows declares what it only reads as writable.
+/// For structures of Windows that declare as writable what is only read.
 template <class T>
 T* writable(const T* text) {
     return const_cast<T*>(text);
@@ -144,9 +145,9 @@ bool deleteDuplicateOf(const CERT_CONTEXT* current) {
 }
 
 CertItem itemOf(const CERT_CONTEXT* context) {
-    const Buffer<unsigned char> encoded(context->pbCertEncoded, context->cbCertEncoded);
     CertItem item;
-    asn1::der::decode(encoded, item.certificate);
+    asn1::der::decode({context->pbCertEncoded, std::size_t{context->cbCertEncoded}},
+                      item.certificate);
     return item;
 }
 
@@ -155,6 +156,58 @@ std::wstring textOf(const wchar_t* nameOrNull) {
 }
 
 } // namespace
+
+/// A certificate in the store, asked what it is bound to. Does not own the context.
+class CertStoreHelper::StoredCertificate {
+public:
+    explicit StoredCertificate(const CERT_CONTEXT* context) noexcept : context_(context) {}
+
+    /// Whether its `KorvaneCspRef` property names the CSP and the container (any, if that is
+    /// empty) and, if `requireKeyProvInfo`, its key provider information does, too.
+    bool isBoundTo(const std::wstring& cspName, const std::wstring& containerName,
+                   bool requireKeyProvInfo) const {
+        const auto recorded = korvaneCspRef();
+        if (!recorded || !recorded->isTo(cspName, containerName))
+            return false;
+        if (!requireKeyProvInfo)
+            return true;
+        const auto provided = keyProvInfo();
+        return provided && provided->isTo(cspName, containerName);
+    }
+
+    /// The container under which a listing of the CSP (any, if that is empty) shows it; nothing
+    /// if it is not listed. Key provider information, where there is any, decides alone.
+    std::optional<std::wstring> listedContainer(const std::wstring& cspName,
+                                                bool requireKeyProvInfo) const {
+        auto binding = keyProvInfo();
+        if (!binding && !requireKeyProvInfo)
+            binding = korvaneCspRef();
+        if (!binding || (!cspName.empty() && binding->cspName != cspName))
+            return std::nullopt;
+        return std::move(binding->containerName);
+    }
+
+private:
+    std::optional<CspBinding> korvaneCspRef() const {
+        Buffer<unsigned char> value;
+        if (!getCertContextProperty(context_, korvaneCspRefPropertyId, value))
+            return std::nullopt;
+        return decodeKorvaneCspRef(value);
+    }
+
+    std::optional<CspBinding> keyProvInfo() const {
+        Buffer<unsigned char> value;
+        if (!getCertContextProperty(context_, CERT_KEY_PROV_INFO_PROP_ID, value))
+            return std::nullopt;
+        CRYPT_KEY_PROV_INFO info{};
+        // A value too short for the structure is a binding that names nothing.
+        if (value.size() >= sizeof info)
+            std::memcpy(&info, value.data(), sizeof info);
+        return CspBinding{textOf(info.pwszContainerName), textOf(info.pwszProvName)};
+    }
+
+    const CERT_CONTEXT* context_;
+};
 
 CertStoreHelper::CertStoreHelper() : CertStoreHelper(L"MY") {}
 
@@ -241,8 +294,8 @@ bool CertStoreHelper::findCspCertificate(const std::wstring& cspName,
     const Located certificate = locate(store, cert);
     if (!certificate.found)
         return false;
-    return cspName.empty() ||
-           isBoundTo(certificate.found, cspName, containerName, requireKeyProvInfo);
+    return cspName.empty() || StoredCertificate(certificate.found)
+                                  .isBoundTo(cspName, containerName, requireKeyProvInfo);
 }
 
 bool CertStoreHelper::findCspCertificate(const std::wstring& cspName,
@@ -270,10 +323,11 @@ void CertStoreHelper::deleteCertificates(const CertMap& certs) {
 }
 
 void CertStoreHelper::deleteCspCertificates(const std::wstring& cspName, bool requireKeyProvInfo) {
-    // Without an owner: whoever ends the walk early keeps the reference.
+    // Has no owner: a walk that ends early leaves its reference behind.
     const CERT_CONTEXT* current = nullptr;
     while ((current = CertEnumCertificatesInStore(store, current)) != nullptr)
-        if (isBoundTo(current, cspName, {}, requireKeyProvInfo) && !deleteDuplicateOf(current))
+        if (StoredCertificate(current).isBoundTo(cspName, {}, requireKeyProvInfo) &&
+            !deleteDuplicateOf(current))
             return;
 }
 
@@ -300,10 +354,12 @@ std::unique_ptr<CertMap> CertStoreHelper::listCertsByCsp(const std::wstring& csp
         current.reset(CertEnumCertificatesInStore(store, current.release()));
         return current != nullptr;
     };
-    while (advance())
-        if (const auto container = listedContainer(current.get(), cspName, requireKeyProvInfo))
+    while (advance()) {
+        const StoredCertificate certificate(current.get());
+        if (const auto container = certificate.listedContainer(cspName, requireKeyProvInfo))
             listed->try_emplace(Buffer<wchar_t>(container->data(), container->size()),
                                 itemOf(current.get()));
+    }
     return listed;
 }
 
@@ -314,52 +370,12 @@ bool CertStoreHelper::getCertContextProperty(const CERT_CONTEXT* context, std::u
         return false;
     const std::size_t kept = std::min<std::size_t>(value.size(), size);
     value.resize(size);
-    // Should the property become shorter before it is read, what is beyond it says nothing.
+    // The property may become shorter before it is read: what lies beyond it then must say nothing.
     std::memset(value.data() + kept, 0, size - kept);
     if (!CertGetCertificateContextProperty(context, id, value.data(), &size))
         throw korv::makeEvent<CertStoreUpdaterError_GetCertContextPropertyFailed>(
             sourceFile, {{L"PROPERTY", id}});
     return true;
-}
-
-std::optional<CspBinding> CertStoreHelper::readKorvaneCspRef(const CERT_CONTEXT* context) {
-    Buffer<unsigned char> value;
-    if (!getCertContextProperty(context, korvaneCspRefPropertyId, value))
-        return std::nullopt;
-    return decodeKorvaneCspRef(value);
-}
-
-std::optional<CspBinding> CertStoreHelper::readKeyProvInfo(const CERT_CONTEXT* context) {
-    Buffer<unsigned char> value;
-    if (!getCertContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, value))
-        return std::nullopt;
-    CRYPT_KEY_PROV_INFO info{};
-    // A value too short for the structure is a binding that names nothing.
-    if (value.size() >= sizeof info)
-        std::memcpy(&info, value.data(), sizeof info);
-    return CspBinding{textOf(info.pwszContainerName), textOf(info.pwszProvName)};
-}
-
-bool CertStoreHelper::isBoundTo(const CERT_CONTEXT* context, const std::wstring& cspName,
-                                const std::wstring& containerName, bool requireKeyProvInfo) {
-    const auto recorded = readKorvaneCspRef(context);
-    if (!recorded || !recorded->isTo(cspName, containerName))
-        return false;
-    if (!requireKeyProvInfo)
-        return true;
-    const auto provided = readKeyProvInfo(context);
-    return provided && provided->isTo(cspName, containerName);
-}
-
-std::optional<std::wstring> CertStoreHelper::listedContainer(const CERT_CONTEXT* context,
-                                                             const std::wstring& cspName,
-                                                             bool requireKeyProvInfo) {
-    auto binding = readKeyProvInfo(context);
-    if (!binding && !requireKeyProvInfo)
-        binding = readKorvaneCspRef(context);
-    if (!binding || (!cspName.empty() && binding->cspName != cspName))
-        return std::nullopt;
-    return binding->containerName;
 }
 
 } // namespace pkcs11::certstoreupdater
