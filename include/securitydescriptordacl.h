@@ -49,7 +49,7 @@ public:
 private:
     buffer::Buffer<unsigned char> securityDescriptor;
     _ACL* dacl;
-    // Windows BOOLs, as the file's descriptor has them; what is built does not use its own.
+    // BOOLs of Windows, as read from the file. Nobody reads those of a list that was built.
     std::int32_t daclPresent;
     std::int32_t daclDefaulted;
     boost::shared_ptr<buffer::Buffer<unsigned char>> aclStorage; // null if the list was read

@@ -60,19 +60,19 @@ Value valueAt(const void* address) {
 /// How many bytes there are for an entry: up to the end of the list that it begins in, or as many
 /// as any entry can have if it was found elsewhere.
 std::size_t roomFor(const void* entry, PACL acl) {
-    // What lies before the list is a great way behind its beginning, too.
+    // For an entry before the list the difference wraps around and lies far beyond any list.
     const std::size_t offset =
         reinterpret_cast<std::uintptr_t>(entry) - reinterpret_cast<std::uintptr_t>(acl);
     const std::size_t listSize = valueAt<ACL>(acl).AclSize;
     return offset < listSize ? listSize - offset : std::numeric_limits<WORD>::max();
 }
 
-/// An entry with everything that its header says it has.
+/// An entry, as long as its header says; an error if it does not lie within the list.
 std::span<unsigned char> entryAt(PACL acl, DWORD index) {
     void* found = nullptr;
     if (!GetAce(acl, index, &found))
         throwFailureOf(L"GetAce");
-    // Windows looks at where an entry begins, not at where it ends.
+    // Windows has checked where the entry begins, not where it ends.
     const std::size_t room = roomFor(found, acl);
     if (room < sizeof(ACE_HEADER))
         throwFailureOf(L"GetAce", ERROR_INVALID_ACL);
@@ -82,7 +82,7 @@ std::span<unsigned char> entryAt(PACL acl, DWORD index) {
     return {static_cast<unsigned char*>(found), size};
 }
 
-/// Whether the entry names `sid` where entries that allow or deny access name somebody.
+/// Whether `sid` stands where entries that allow or deny access have their SID.
 bool names(std::span<unsigned char> entry, const AnyPackageSid& sid) {
     constexpr std::size_t sidHeaderSize = offsetof(SID, SubAuthority);
     if (entry.size() < sidOffsetInAce + sidHeaderSize)
@@ -99,7 +99,7 @@ SECURITY_DESCRIPTOR_CONTROL controlOf(const Buffer<unsigned char>& descriptor) {
                                                 offsetof(SECURITY_DESCRIPTOR_RELATIVE, Control));
 }
 
-/// Whether Windows finds in the bytes all that it reads to tell where the list is.
+/// Whether the bytes hold all that Windows reads to find out where the list is.
 bool hasItsHeader(const Buffer<unsigned char>& descriptor) {
     if (descriptor.size() < offsetof(SECURITY_DESCRIPTOR_RELATIVE, Owner))
         return false;
@@ -110,8 +110,8 @@ bool hasItsHeader(const Buffer<unsigned char>& descriptor) {
                                                             : sizeof(SECURITY_DESCRIPTOR));
 }
 
-/// Whether a list that the descriptor has by an offset lies in it as the list's header says. One
-/// that it has by a pointer lies where whoever made the descriptor knows.
+/// Whether the list of a self-relative descriptor lies within it, as long as the list's header
+/// says. An absolute one has a pointer to its list, about which its bytes tell nothing.
 bool containsItsList(const Buffer<unsigned char>& descriptor) {
     constexpr SECURITY_DESCRIPTOR_CONTROL hasOffset = SE_SELF_RELATIVE | SE_DACL_PRESENT;
     if ((controlOf(descriptor) & hasOffset) != hasOffset)
@@ -130,7 +130,7 @@ class NewAcl {
 public:
     explicit NewAcl(DWORD size)
         : storage_(boost::make_shared<Buffer<unsigned char>>(std::size_t{size})) {
-        // What stays unused is written to the file, too.
+        // The unused bytes at the end are written to the file, too.
         std::fill_n(storage_->data(), size, static_cast<unsigned char>(0));
         if (!InitializeAcl(get(), size, ACL_REVISION))
             throwFailureOf(L"InitializeAcl");
@@ -189,7 +189,7 @@ SecurityDescriptorDacl::SecurityDescriptorDacl(const std::wstring& path)
     GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &needed);
 
     securityDescriptor = Buffer<unsigned char>(std::size_t{needed});
-    // What Windows does not fill says nothing.
+    // Bytes that Windows leaves unfilled must say nothing.
     std::fill_n(securityDescriptor.data(), needed, static_cast<unsigned char>(0));
     if (!GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, securityDescriptor.data(),
                           needed, &needed))
@@ -248,7 +248,7 @@ bool MSPermissionsUtils::hasPermissions(const SecurityDescriptorDacl& descriptor
     return false;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): callers link to a path by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the exported signature takes it by value.
 void MSPermissionsUtils::addPermissions(boost::filesystem::path path, const AnyPackageSid& sid) {
     const std::wstring& file = path.native();
     const SecurityDescriptorDacl current(file);

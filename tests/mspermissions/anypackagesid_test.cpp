@@ -15,6 +15,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 namespace {

@@ -21,6 +21,7 @@ using descriptors::anyPackage;
 using descriptors::Bytes;
 using descriptors::entry;
 using descriptors::everyone;
+using descriptors::operator+;
 using descriptors::maskAndSid;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
@@ -33,11 +34,6 @@ using testsupport::TemporaryFolder;
 
 const Bytes newEntry = entry(ACCESS_ALLOWED_ACE_TYPE, 3, maskAndSid(0x80000000, anyPackage));
 const Bytes everyoneMayRead = entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(1, everyone));
-
-Bytes operator+(Bytes first, const Bytes& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
 
 /// The body of an object entry: mask, flags that announce both GUIDs, the GUIDs, a SID.
 Bytes objectBody(const Bytes& sid) {

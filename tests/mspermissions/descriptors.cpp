@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace descriptors {
 
@@ -15,10 +16,6 @@ namespace {
 struct LocalFreer {
     void operator()(void* memory) const { LocalFree(memory); }
 };
-
-void append(Bytes& bytes, const Bytes& more) {
-    bytes.insert(bytes.end(), more.begin(), more.end());
-}
 
 template <class Value>
 Bytes bytesOf(const Value& value) {
@@ -37,6 +34,11 @@ PACL daclOf(PSECURITY_DESCRIPTOR descriptor) {
 }
 
 } // namespace
+
+Bytes operator+(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
 
 const Bytes anyPackage = {1, 2, 0, 0, 0, 0, 0, 15, 2, 0, 0, 0, 1, 0, 0, 0};
 const Bytes everyone = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
@@ -130,16 +132,12 @@ std::vector<Bytes> entries(const Bytes& acl) {
 }
 
 Bytes entry(unsigned char type, unsigned char flags, const Bytes& body) {
-    Bytes bytes =
-        bytesOf(ACE_HEADER{type, flags, static_cast<WORD>(sizeof(ACE_HEADER) + body.size())});
-    append(bytes, body);
-    return bytes;
+    const ACE_HEADER header{type, flags, static_cast<WORD>(sizeof(ACE_HEADER) + body.size())};
+    return bytesOf(header) + body;
 }
 
 Bytes maskAndSid(std::uint32_t mask, const Bytes& sid) {
-    Bytes bytes = bytesOf(mask);
-    append(bytes, sid);
-    return bytes;
+    return bytesOf(mask) + sid;
 }
 
 Bytes acl(unsigned char revision, const std::vector<Bytes>& entries, std::size_t size) {
@@ -149,20 +147,22 @@ Bytes acl(unsigned char revision, const std::vector<Bytes>& entries, std::size_t
     Bytes bytes = bytesOf(ACL{revision, 0, static_cast<WORD>(size ? size : length),
                               static_cast<WORD>(entries.size()), 0});
     for (const Bytes& ace : entries)
-        append(bytes, ace);
+        bytes = std::move(bytes) + ace;
     if (bytes.size() < size)
         bytes.resize(size);
     return bytes;
 }
 
 Bytes descriptorWith(const Bytes& acl, SECURITY_DESCRIPTOR_CONTROL flags, const Bytes& tail) {
-    Bytes bytes = bytesOf(SECURITY_DESCRIPTOR_RELATIVE{
-        SECURITY_DESCRIPTOR_REVISION, 0,
-        static_cast<WORD>(flags | SE_SELF_RELATIVE | SE_DACL_PRESENT), 0, 0, 0,
-        acl.empty() ? 0 : DWORD{sizeof(SECURITY_DESCRIPTOR_RELATIVE)}});
-    append(bytes, acl);
-    append(bytes, tail);
-    return bytes;
+    const SECURITY_DESCRIPTOR_RELATIVE header{
+        SECURITY_DESCRIPTOR_REVISION,
+        0,
+        static_cast<WORD>(flags | SE_SELF_RELATIVE | SE_DACL_PRESENT),
+        0,
+        0,
+        0,
+        acl.empty() ? 0 : DWORD{sizeof(SECURITY_DESCRIPTOR_RELATIVE)}};
+    return bytesOf(header) + acl + tail;
 }
 
 std::string hex(const Bytes& bytes) {

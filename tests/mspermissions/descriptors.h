@@ -11,6 +11,9 @@ namespace descriptors {
 
 using Bytes = std::vector<unsigned char>;
 
+/// One behind the other.
+Bytes operator+(Bytes first, const Bytes& second);
+
 /// The SID of all application packages, in its binary form.
 extern const Bytes anyPackage;
 

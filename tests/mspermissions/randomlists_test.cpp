@@ -24,14 +24,10 @@ namespace {
 using descriptors::anyPackage;
 using descriptors::Bytes;
 using descriptors::everyone;
+using descriptors::operator+;
 using mspermissions_test::SecurityHook;
 using mspermissions_test::Thrown;
 using mspermissions_test::thrownBy;
-
-Bytes operator+(Bytes first, const Bytes& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
 
 /// The same numbers with every compiler.
 class Dice {

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <windows.h>
+
+#include <ostream>
 #include <string>
 #include <typeinfo>
 #include <utility>

@@ -14,7 +14,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,7 +33,6 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
-using testing::UnorderedElementsAre;
 using testsupport::TemporaryFolder;
 
 const std::wstring plain = L"D:(A;;FA;;;WD)";
