@@ -3,7 +3,6 @@
 
 #include "buffererror.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>

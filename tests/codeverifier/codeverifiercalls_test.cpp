@@ -12,7 +12,6 @@
 #include <softpub.h>
 #include <wintrust.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 

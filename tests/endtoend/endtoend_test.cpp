@@ -17,7 +17,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 constexpr wchar_t csp[] = L"Token CSP \u2713";
