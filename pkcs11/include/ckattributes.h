@@ -33,7 +33,7 @@ public:
     };
 
     /// The longest value that is read. Certificates, ids and labels stay far below; a module
-    /// that claims more is not believed, for the memory would be ours.
+    /// that claims more is not believed, lest it make us allocate whatever it likes.
     static constexpr CkUlong maxValueLength = 16ul * 1024 * 1024;
 
     CkAttributes() = default;
@@ -74,7 +74,7 @@ public:
     /// it. A length of 0 gets none: that value stays absent.
     void allocateValues() {
         for (Entry& entry : entries_) {
-            // The length -1 of a value that the module does not give is among the refused.
+            // This refuses CK_UNAVAILABLE_INFORMATION, -1, too.
             if (entry.length > maxValueLength)
                 throw cryptokiError(sourceFile, ckr::attributeValueInvalid);
             if (entry.length != 0)
@@ -122,7 +122,7 @@ private:
             std::memcpy(entry.value.get(), bytes, size);
     }
 
-    // Zeroed, so that a module that fills less than it says shows no memory of ours.
+    // Zeroed, so that a module that fills less than it claims leaves no old memory in the value.
     static void allocate(Entry& entry, CkUlong size) {
         entry.value = std::make_unique<unsigned char[]>(size);
         entry.capacity = size;

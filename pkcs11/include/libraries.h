@@ -4,6 +4,7 @@
 #include "cklibrary.h"
 
 #include <cstddef>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -26,12 +27,13 @@ public:
     ///
     /// \param path in the active code page on Windows. A name without a directory is looked for
     ///   in the program's directory, then in the system's; a relative path is made absolute.
-    ///   Neither the current directory nor the system's search path is ever looked at, also not
+    ///   Neither the current directory nor the system's search path is ever looked at, not even
     ///   for the DLLs that the module needs: they come from its own directory or the system's.
     /// \throws Pkcs11Error_CryptokiError "5" with a parent (see there) if the file cannot be
     ///   loaded or lacks C_GetFunctionList, C_Initialize or C_Finalize; else with the module's
-    ///   answer to C_GetFunctionList or C_Initialize. Nothing stays loaded then. Whichever other
-    ///   function a module lacks counts as one that answers CKR_FUNCTION_NOT_SUPPORTED, "84".
+    ///   answer to C_GetFunctionList or C_Initialize. Nothing stays loaded then. Any other
+    ///   function that the module lacks counts as one that answers CKR_FUNCTION_NOT_SUPPORTED,
+    ///   "84".
     CkLibrary load(const std::string& path);
 
     /// Undoes one `load`.

@@ -55,7 +55,7 @@ void CkObjectsFinderIterator::fetch() {
 }
 
 CkObjectsFinder::~CkObjectsFinder() {
-    // Asked for without events: making one could fail, and nobody would see it.
+    // No event is made of the answer: making one can throw, and nobody would see it.
     if (active_ && session_.ckLibrary().module().isLoaded())
         answerOf(functionsOf(session_).C_FindObjectsFinal, session_.handle());
 }

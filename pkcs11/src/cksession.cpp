@@ -16,7 +16,7 @@ constexpr wchar_t sourceFile[] = L"pkcs11\\src\\cksession.cpp";
 } // namespace
 
 CkSession::~CkSession() {
-    // Asked for without events: making one could fail, and nobody would see it.
+    // No event is made of the answer: making one can throw, and nobody would see it.
     if (handle_ && library_.module().isLoaded())
         answerOf(library_.module().functions().C_CloseSession, *handle_);
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "buffer.h"
-#include "genericevent.h"
 
 #include <string>
 #include <utility>
@@ -17,7 +16,7 @@ public:
     /// Refers to no library.
     DynamicLibrary() noexcept = default;
     /// Loads a library; `Libraries::load` says where it is looked for.
-    /// \throws Pkcs11Error_CryptokiError "5" whose parent is a `moduleNotLoaded`
+    /// \throws as `throwModuleNotLoaded`
     explicit DynamicLibrary(const std::string& path);
     DynamicLibrary(DynamicLibrary&& other) noexcept
         : handle_(std::exchange(other.handle_, nullptr)) {}
@@ -37,13 +36,17 @@ private:
     void* handle_ = nullptr;
 };
 
-/// Why a module file cannot be used: the event "ModuleNotLoaded" that is the parent of the error.
-/// \param error what the system says, or what the file lacks
-/// \param line that of the throw site
-korv::GenericEvent moduleNotLoaded(const wchar_t* file, const std::string& path,
-                                   const buffer::Buffer<wchar_t>& error, int line);
+/// Reports that a module file cannot be used.
+/// \param file the caller's source file, relative, with backslashes
+/// \param path the module's, as it was given
+/// \param reason what the system says, or what the module lacks
+/// \throws Pkcs11Error_CryptokiError "5", always; its parent is the event "ModuleNotLoaded"
+[[noreturn]] void throwModuleNotLoaded(const wchar_t* file, const std::string& path,
+                                       const buffer::Buffer<wchar_t>& reason,
+                                       int line = __builtin_LINE());
 
-/// A path as text that people read; bytes that are no text come out somehow.
-buffer::Buffer<wchar_t> pathAsText(const std::string& path);
+/// The system's narrow text, such as a path, as wide text for people to read. Bytes that are not
+/// valid text may come out wrong.
+buffer::Buffer<wchar_t> widened(const std::string& text);
 
 } // namespace pkcs11

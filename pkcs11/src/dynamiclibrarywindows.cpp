@@ -1,8 +1,7 @@
 // Loading modules on Windows. The only file of this room that knows Windows.
 #include "dynamiclibrary.h"
 
-#include "cktypes.h"
-#include "pkcs11error.h"
+#include "genericevent.h"
 
 #ifndef NOMINMAX
 #define NOMINMAX
@@ -20,8 +19,7 @@ constexpr wchar_t sourceFile[] = L"pkcs11\\src\\dynamiclibrarywindows.cpp";
 
 [[noreturn]] void throwNotLoaded(const std::string& path, DWORD error,
                                  int line = __builtin_LINE()) {
-    throw cryptokiError(sourceFile, ckr::generalError,
-                        moduleNotLoaded(sourceFile, path, korv::decimal(error), line), line);
+    throwModuleNotLoaded(sourceFile, path, korv::decimal(error), line);
 }
 
 // Text of the active code page as UTF-16; empty, with GetLastError set, if it is no such text.
@@ -36,9 +34,9 @@ std::wstring decode(const std::string& text, DWORD flags) {
     return wide;
 }
 
-// What a Windows function fills into a buffer of its caller's, whatever its length. `fill` takes
-// buffer and capacity and returns the length, at least the capacity if that is too small, and 0
-// on failure.
+// The text that a Windows function writes into its caller's buffer, however long it is. `fill`
+// takes the buffer and its capacity. It returns the length of the text, 0 on failure, or at least
+// the capacity if the buffer is too small.
 template <class Fill>
 std::wstring filled(Fill fill) {
     std::wstring text(MAX_PATH, L'\0');
@@ -74,11 +72,11 @@ bool isFile(const std::wstring& path) {
 
 // Where a name without a directory is; empty if it is nowhere.
 std::wstring findByName(std::wstring name) {
-    // As the loader would.
+    // As the loader completes names.
     if (name.find(L'.') == std::wstring::npos)
         name += L".dll";
     for (const std::wstring& directory : {programDirectory(), systemDirectory()})
-        // A directory that Windows does not tell would be the current one.
+        // With an empty directory the name would be looked for in the current one.
         if (!directory.empty() && isFile(directory + name))
             return directory + name;
     return {};
@@ -101,7 +99,7 @@ Resolved resolve(const std::wstring& path) {
     return absolute;
 }
 
-// A file that is no module is our caller's business, not a dialog's.
+// What goes wrong is reported to the caller, not to the user in a dialog.
 class NoErrorDialogs {
 public:
     NoErrorDialogs() { SetThreadErrorMode(SEM_FAILCRITICALERRORS, &previous_); }
@@ -146,9 +144,9 @@ DynamicLibrary::Function DynamicLibrary::function(const char* name) const noexce
     return reinterpret_cast<Function>(GetProcAddress(static_cast<HMODULE>(handle_), name));
 }
 
-buffer::Buffer<wchar_t> pathAsText(const std::string& path) {
-    const std::wstring text = decode(path, 0);
-    return buffer::Buffer<wchar_t>(text.data(), text.size());
+buffer::Buffer<wchar_t> widened(const std::string& text) {
+    const std::wstring wide = decode(text, 0);
+    return buffer::Buffer<wchar_t>(wide.data(), wide.size());
 }
 
 } // namespace pkcs11

@@ -11,27 +11,21 @@ namespace {
 
 constexpr wchar_t sourceFile[] = L"pkcs11\\src\\module.cpp";
 
-[[noreturn]] void throwUnusable(const std::string& path, const buffer::Buffer<wchar_t>& lack,
-                                int line = __builtin_LINE()) {
-    throw cryptokiError(sourceFile, ckr::generalError,
-                        moduleNotLoaded(sourceFile, path, lack, line), line);
-}
-
 } // namespace
 
 Module::Module(DynamicLibrary file, const std::string& path) : file_(std::move(file)) {
     const auto getFunctionList =
         reinterpret_cast<CK_C_GetFunctionList>(file_.function("C_GetFunctionList"));
     if (!getFunctionList)
-        throwUnusable(path, L"C_GetFunctionList is missing");
+        throwModuleNotLoaded(sourceFile, path, L"C_GetFunctionList is missing");
     CK_FUNCTION_LIST* list = nullptr;
     check(getFunctionList(&list), sourceFile);
     if (!list)
-        throwUnusable(path, L"the function list is missing");
+        throwModuleNotLoaded(sourceFile, path, L"the function list is missing");
     if (!list->C_Initialize)
-        throwUnusable(path, L"C_Initialize is missing");
+        throwModuleNotLoaded(sourceFile, path, L"C_Initialize is missing");
     if (!list->C_Finalize)
-        throwUnusable(path, L"C_Finalize is missing");
+        throwModuleNotLoaded(sourceFile, path, L"C_Finalize is missing");
     functions_ = list;
 }
 
@@ -62,13 +56,6 @@ const Module& CkLibrary::module() const {
     if (!module_)
         throw cryptokiError(sourceFile, ckr::cryptokiNotInitialized);
     return *module_;
-}
-
-korv::GenericEvent moduleNotLoaded(const wchar_t* file, const std::string& path,
-                                   const buffer::Buffer<wchar_t>& error, int line) {
-    korv::GenericEvent event("ModuleNotLoaded", file, line, 0);
-    event.setParam(L"MODULE", pathAsText(path)).setParam(L"ERROR", error);
-    return event;
 }
 
 } // namespace pkcs11
