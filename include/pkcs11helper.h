@@ -37,8 +37,8 @@ public:
     /// Closes the session, whatever the module answers, and unloads the module.
     ///
     /// An error of unloading (the answer of C_Finalize) is thrown, unless another exception is in
-    /// flight: let this be an automatic object, for smart pointers and containers end the program
-    /// when a destructor throws. Everything has been released when it throws.
+    /// flight. So make this an automatic object: smart pointers and containers end the program
+    /// when a destructor throws. Everything has been released by then.
     ~Pkcs11Helper() noexcept(false);
 
     Pkcs11Helper(const Pkcs11Helper&) = delete;

@@ -1,4 +1,4 @@
-// Which of a token's certificates have a private key there.
+// The ids of a token's private keys.
 #pragma once
 
 #include "buffer.h"
@@ -39,9 +39,10 @@ public:
     }
 
 private:
-    /// Up to eight bytes from the end of the id, where ids that are counted differ too. The
-    /// search reads these, one behind the other, and an id itself only if they are the same: of
-    /// 10,000 ids each lies in a block of its own, and half the time would go into fetching them.
+    /// The last eight bytes of the id, or all of a shorter one: there ids differ, be they hashes
+    /// or counters. The marks lie side by side, each id in a block of its own, so the search
+    /// reads an id only where its mark is the wanted one; with 10,000 ids, fetching each would
+    /// take half of the time.
     static std::uint64_t markOf(const buffer::Buffer<unsigned char>& id) noexcept {
         std::uint64_t mark = 0;
         const std::size_t size = std::min(id.size(), sizeof mark);

@@ -9,6 +9,7 @@
 #include "der.h"
 #include "keyids.h"
 #include "libraries.h"
+#include "makeevent.h"
 
 #include <boost/bind/bind.hpp>
 #include <boost/function.hpp>
@@ -31,7 +32,7 @@ public:
     explicit UnloadGuard(const CkLibrary& library) try
         : unload_(boost::bind(&Libraries::unload, &Libraries::instance(), library)) {
     } catch (...) {
-        // Without memory for the bound call there is no guard yet.
+        // There was no memory for the bound call, and no destructor will run.
         unloadQuietly(library);
     }
     ~UnloadGuard() {
