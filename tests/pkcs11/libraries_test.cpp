@@ -24,7 +24,7 @@ using testing::ElementsAre;
 
 class LibrariesLoad : public faketoken::TokenTest {
 protected:
-    // A failed load must leave nothing behind: this is looked at with the module's own eyes.
+    // That nothing of the failed load is left, the fixture asks the module itself.
     void expectUnusable(const std::wstring& reason) {
         const auto error = cryptokiErrorOf([] { Libraries::instance().load(modulePath()); });
         ASSERT_TRUE(error);

@@ -1,11 +1,13 @@
-// What the tests of this room share: the fake token loaded as a caller loads it.
+// What the tests of this room share.
 #pragma once
 
 #include "libraries.h"
 #include "tokentest.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace pkcs11test {
 
@@ -34,6 +36,24 @@ protected:
     }
 
     std::unique_ptr<ScopedLibrary> library;
+};
+
+/// The current directory of this process for as long as it lives.
+class ScopedCurrentPath {
+public:
+    explicit ScopedCurrentPath(const std::filesystem::path& path)
+        : previous_(std::filesystem::current_path()) {
+        std::filesystem::current_path(path);
+    }
+    ~ScopedCurrentPath() {
+        std::error_code ignored;
+        std::filesystem::current_path(previous_, ignored);
+    }
+    ScopedCurrentPath(const ScopedCurrentPath&) = delete;
+    ScopedCurrentPath& operator=(const ScopedCurrentPath&) = delete;
+
+private:
+    std::filesystem::path previous_;
 };
 
 } // namespace pkcs11test

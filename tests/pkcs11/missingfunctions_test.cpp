@@ -5,7 +5,7 @@
 #include "expectcryptokierror.h"
 #include "librarytest.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <memory>
 #include <stdexcept>
@@ -14,12 +14,10 @@ namespace {
 
 using faketoken::expectCryptokiError;
 using pkcs11::CkAttributes;
-using pkcs11::CkObject;
 using pkcs11::CkObjectsFinder;
 using pkcs11::CkSession;
 using pkcs11::CkSlots;
 using pkcs11test::ScopedLibrary;
-using testing::ElementsAre;
 
 constexpr CK_FLAGS serial = CKF_SERIAL_SESSION;
 constexpr wchar_t notSupported[] = L"84";

@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <system_error>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -26,13 +29,14 @@ using faketoken::paramOf;
 using faketoken::plantedFolder;
 using pkcs11::CkLibrary;
 using pkcs11::Libraries;
+using pkcs11test::ScopedCurrentPath;
 using pkcs11test::ScopedLibrary;
 
 #ifdef _WIN32
 constexpr wchar_t notFound[] = L"126"; // ERROR_MOD_NOT_FOUND
 #endif
 
-// What the system's loader does with a bare name: the check that a trap would work.
+// Whether the system's own loader finds a bare name. If not, the trap of a test catches nothing.
 bool systemFinds(const std::string& name) {
 #ifdef _WIN32
     const HMODULE handle = LoadLibraryA(name.c_str());
@@ -46,19 +50,21 @@ bool systemFinds(const std::string& name) {
     return handle != nullptr;
 }
 
-// The current directory for as long as it lives.
-class ScopedCurrentPath {
+#ifdef _WIN32
+// The search path of this process for as long as it lives.
+class ScopedSearchPath {
 public:
-    explicit ScopedCurrentPath(const fs::path& path) : previous_(fs::current_path()) {
-        fs::current_path(path);
+    explicit ScopedSearchPath(const std::string& path) : previous_(std::getenv("PATH")) {
+        SetEnvironmentVariableA("PATH", path.c_str());
     }
-    ~ScopedCurrentPath() { fs::current_path(previous_); }
-    ScopedCurrentPath(const ScopedCurrentPath&) = delete;
-    ScopedCurrentPath& operator=(const ScopedCurrentPath&) = delete;
+    ~ScopedSearchPath() { SetEnvironmentVariableA("PATH", previous_.c_str()); }
+    ScopedSearchPath(const ScopedSearchPath&) = delete;
+    ScopedSearchPath& operator=(const ScopedSearchPath&) = delete;
 
 private:
-    fs::path previous_;
+    std::string previous_;
 };
+#endif
 
 // A new, empty folder for as long as it lives.
 class ScopedFolder {
@@ -129,11 +135,9 @@ TEST(ModuleSearch, DoesNotFindABareNameInTheCurrentDirectory) {
 TEST(ModuleSearch, DoesNotFindABareNameInTheSystemsSearchPath) {
     const std::string name = fileNameOf("plantedmodule");
 #ifdef _WIN32
-    const std::string previous = std::getenv("PATH");
-    SetEnvironmentVariableA("PATH", plantedFolder().c_str());
-    EXPECT_TRUE(systemFinds(name));
+    const ScopedSearchPath searchPath(plantedFolder());
+    ASSERT_TRUE(systemFinds(name));
     EXPECT_EQ(reasonForNotLoading(name), notFound);
-    SetEnvironmentVariableA("PATH", previous.c_str());
 #else
     ASSERT_TRUE(systemFinds(name)) << "LD_LIBRARY_PATH must name " << plantedFolder();
     EXPECT_EQ(reasonForNotLoading(name), L"no such file");
@@ -205,12 +209,10 @@ TEST(ModuleSearch, TakesSlashesForBackslashes) {
 }
 
 TEST(ModuleSearch, DoesNotFindWhatAModuleNeedsInTheCurrentDirectoryOrTheSearchPath) {
-    const std::string previous = std::getenv("PATH");
     const ScopedCurrentPath current(plantedFolder());
-    SetEnvironmentVariableA("PATH", plantedFolder().c_str());
-    EXPECT_TRUE(systemFinds(modulePath("needslibrary")));
+    const ScopedSearchPath searchPath(plantedFolder());
+    ASSERT_TRUE(systemFinds(modulePath("needslibrary")));
     EXPECT_EQ(reasonForNotLoading(modulePath("needslibrary")), notFound);
-    SetEnvironmentVariableA("PATH", previous.c_str());
 }
 
 TEST(ModuleSearch, FindsWhatAModuleNeedsInTheModulesOwnDirectory) {

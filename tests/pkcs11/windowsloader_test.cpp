@@ -4,7 +4,7 @@
 #include "libraries.h"
 #include "librarytest.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
@@ -18,10 +18,11 @@ using faketoken::modulePath;
 using faketoken::paramOf;
 using faketoken::plantedFolder;
 using pkcs11::Libraries;
+using pkcs11test::ScopedCurrentPath;
 using pkcs11test::ScopedLibrary;
 using testsupport::ImportHook;
 
-// The room is part of this program.
+// The loader is linked into this program: its imports are the program's.
 template <class Function>
 ImportHook<Function> hook(const char* function) {
     return ImportHook<Function>(GetModuleHandleW(nullptr), "kernel32.dll", function);
@@ -37,14 +38,14 @@ TEST(WindowsLoader, IsToldWhereDependenciesMayComeFrom) {
     { const ScopedLibrary library; }
     ASSERT_EQ(loading.count(), 1u);
     EXPECT_EQ(loading.argument<1>(1), nullptr);
-    EXPECT_EQ(loading.argument<2>(1), 0x100u | 0x800u);
+    EXPECT_EQ(loading.argument<2>(1),
+              DWORD{LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32});
 }
 
 class WindowsLoaderPath : public testing::TestWithParam<const char*> {};
 
 TEST_P(WindowsLoaderPath, IsAlwaysAbsoluteWithBackslashes) {
-    const fs::path previous = fs::current_path();
-    fs::current_path(faketoken::programFolder());
+    const ScopedCurrentPath current(faketoken::programFolder());
     std::wstring asked;
     auto loading = hook<decltype(LoadLibraryExW)>("LoadLibraryExW");
     loading.replace([&](LPCWSTR path, HANDLE, DWORD) -> HMODULE {
@@ -53,7 +54,6 @@ TEST_P(WindowsLoaderPath, IsAlwaysAbsoluteWithBackslashes) {
         return nullptr;
     });
     EXPECT_EQ(reasonForNotLoading(GetParam()), L"126");
-    fs::current_path(previous);
     EXPECT_TRUE(fs::path(asked).is_absolute()) << fs::path(asked);
     EXPECT_EQ(asked.find(L'/'), std::wstring::npos) << fs::path(asked);
     EXPECT_EQ(fs::path(asked).filename(), L"faketoken.dll");
@@ -119,15 +119,13 @@ TEST(WindowsLoader, ReportsWhyAPathHasNoAbsoluteForm) {
 
 // Without the directory in front a name would be looked for in the current directory.
 TEST(WindowsLoader, DoesNotTakeTheCurrentDirectoryForOneThatWindowsDoesNotTell) {
-    const fs::path previous = fs::current_path();
-    fs::current_path(plantedFolder());
+    const ScopedCurrentPath current(plantedFolder());
     auto loading = hook<decltype(LoadLibraryExW)>("LoadLibraryExW");
     auto program = hook<decltype(GetModuleFileNameW)>("GetModuleFileNameW");
     auto system = hook<decltype(GetSystemDirectoryW)>("GetSystemDirectoryW");
     program.fail(1, 0, ERROR_GEN_FAILURE);
     system.fail(1, 0, ERROR_GEN_FAILURE);
     EXPECT_EQ(reasonForNotLoading("plantedmodule.dll"), L"126");
-    fs::current_path(previous);
     EXPECT_EQ(loading.count(), 0u);
 }
 

@@ -4,9 +4,10 @@
 
 #include <gmock/gmock.h>
 
-#include <map>
-#include <memory>
+#include <algorithm>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "expectcryptokierror.h"
 #include "helpertest.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
@@ -18,7 +18,6 @@ using faketoken::Bytes;
 using faketoken::certificate;
 using faketoken::expectCryptokiError;
 using faketoken::modulePath;
-using faketoken::Object;
 using faketoken::paramOf;
 using faketoken::privateKey;
 using helpertest::leaf;

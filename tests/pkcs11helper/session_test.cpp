@@ -5,8 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <fstream>
-#include <optional>
 #include <stdexcept>
 #include <type_traits>
 
