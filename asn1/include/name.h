@@ -41,7 +41,7 @@ class CERTSTOREUPDATER_API Name : public Choice {
 public:
     Name() noexcept = default;
     /// Chooses the one alternative.
-    explicit Name(RDNSequence names) : rdnSequence(std::move(names)) { choose(0); } ///<
+    explicit Name(RDNSequence names) : rdnSequence(std::move(names)) { choose(0); }
 
     RDNSequence rdnSequence; ///< the one alternative
 

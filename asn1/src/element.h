@@ -8,14 +8,17 @@
 
 namespace asn1 {
 
+/// What an encoding must keep to.
 enum class Rules : unsigned char { der, ber };
 
+/// Why bytes do not begin with an element.
 enum class ElementFault : unsigned char {
     none,
     malformed,  ///< cut short, or not in the form that the rules ask for
     indefinite, ///< a length of the indefinite form where DER is expected
 };
 
+/// Where an element and its parts lie within bytes that somebody else owns.
 struct Element {
     const unsigned char* begin;
     const unsigned char* contents;
@@ -28,7 +31,7 @@ struct Element {
     BufferRange<unsigned char> range() const noexcept { return {begin, end}; }
 };
 
-/// Parses the element at `position`. With a fault, `element` is not filled.
+/// `parseElement` of an element that `parseShortElement` does not take.
 ElementFault parseLongElement(const unsigned char* position, const unsigned char* end, Rules rules,
                               Element& element) noexcept;
 
@@ -64,6 +67,7 @@ inline bool parseShortElement(const unsigned char* position, const unsigned char
            parseShortLength(position, end, element);
 }
 
+/// Parses the element at `position`, of whatever form. With a fault, `element` is not filled.
 inline ElementFault parseElement(const unsigned char* position, const unsigned char* end,
                                  Rules rules, Element& element) noexcept {
     return parseShortElement(position, end, element)

@@ -195,13 +195,17 @@ const Octets* keptEncoding(const Asn1& value) {
     return encoded.hasValue() ? &encoded.encodingOctets() : nullptr;
 }
 
+Octets wholeEncoding(const Asn1& value) {
+    if (const Octets* kept = keptEncoding(value))
+        return *kept;
+    return Octets(Encoder().encode(value));
+}
+
 Octets encodingOf(const Asn1& value, bool contentsOnly) {
-    const Octets* kept = keptEncoding(value);
-    Octets whole = kept ? *kept : Octets(Encoder().encode(value));
-    if (!contentsOnly)
-        return whole;
+    const Octets whole = wholeEncoding(value);
     const Range range = whole.range();
-    return whole.slice(elementAt(range.begin(), range.end()).contentsRange());
+    return contentsOnly ? whole.slice(elementAt(range.begin(), range.end()).contentsRange())
+                        : whole;
 }
 
 } // namespace
@@ -209,8 +213,9 @@ Octets encodingOf(const Asn1& value, bool contentsOnly) {
 Buffer<unsigned char> aux::encodeDer(const Asn1& value, bool contentsOnly) {
     if (contentsOnly)
         return encodingOf(value, true).toBuffer();
-    const Octets* kept = keptEncoding(value);
-    return kept ? kept->toBuffer() : Encoder().encode(value);
+    if (const Octets* kept = keptEncoding(value))
+        return kept->toBuffer();
+    return Encoder().encode(value);
 }
 
 std::int16_t der::cmp(const Asn1& a, const Asn1& b, bool contentsOnly) {

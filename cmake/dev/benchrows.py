@@ -65,8 +65,8 @@ ROWS = [
     Row("encode", "encode a certificate as it was", CERTIFICATES, {0: THIRD}, 0),
     Row("encodeanew", "encode a certificate from its values", CERTIFICATES, {0: THIRD},
         floor="The other writes what it holds into memory that it was given. Here a new block is "
-              "taken for the result, and a first walk over the values finds the lengths, as the "
-              "format asks for them before the contents."),
+              "taken for the result, and a walk over the values comes first, because the format asks "
+              "for the length of contents before them."),
     Row("copycertificate", "copy a certificate", CERTIFICATES, {0: THIRD}, 0),
     Row("copymap", "copy a map of {size} certificates", COPIES, {0: 1.0}, sizes=[1_000],
         axis="certificates in the map"),

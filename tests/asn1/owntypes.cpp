@@ -67,6 +67,16 @@ const asn1::Type& HoldingCertificate::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr asn1::Member twoCertificatesMembers[] = {
+    asn1::member<&TwoCertificates::first>("first"),
+    asn1::member<&TwoCertificates::second>("second"),
+};
+constinit const asn1::Type TwoCertificates::asn1Type =
+    asn1::sequence("TwoCertificates", twoCertificatesMembers);
+const asn1::Type& TwoCertificates::type() const noexcept {
+    return asn1Type;
+}
+
 constinit const asn1::Type KeptConstraints::asn1Type{"KeptConstraints",
                                                      asn1::TypeClass::kept,
                                                      asn1::tag::none,

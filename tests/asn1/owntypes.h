@@ -71,6 +71,16 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { first Signed, second Signed }: more values than any certificate has.
+class TwoCertificates : public asn1::Sequence {
+public:
+    asn1::Signed first;
+    asn1::Signed second;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 /// BasicConstraints, kept as their encoding. None of their members must be there.
 class KeptConstraints : public asn1::EncodedValue {
 public:

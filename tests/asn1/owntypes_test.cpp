@@ -164,6 +164,13 @@ TEST(CertificateAsMember, IsCheckedWithItsOwner) {
     EXPECT_FALSE(value.certificate);
 }
 
+TEST(TwoCertificatesTakenApart, AreEncodedAsTheyWere) {
+    const Bytes first = fullCertificate().build();
+    const Bytes second = fullCertificate().version({}).build();
+    const Bytes encoding = sequence({first, second});
+    EXPECT_EQ(encoded(decoded<TwoCertificates>(encoding)), encoding);
+}
+
 TEST(KeptValueWithoutMandatoryMembers, IsNamedItselfIfItIsMissing) {
     EXPECT_EQ(thrownBy([] { encoded(KeptConstraints()); }),
               missingField("KeptConstraints", "KeptConstraints"));

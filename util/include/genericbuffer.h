@@ -270,8 +270,8 @@ protected:
 private:
     static constexpr T zero{};
 
-    /// Both by the C library: keys of maps begin alike, and it compares what is alike many
-    /// elements at a time, in half the time that a loop over 64-bit words takes.
+    /// By the C library, which compares many elements at once: the keys of a map begin alike, and
+    /// a loop over 64-bit words takes twice as long.
     static int compareElements(const T* a, const T* b, std::size_t count) noexcept {
         if constexpr (sizeof(T) == 1)
             return std::memcmp(a, b, count);
