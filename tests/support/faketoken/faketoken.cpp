@@ -428,27 +428,24 @@ CK_FUNCTION_LIST makeFunctionList() {
     return list;
 }
 
-template <auto member>
-void drop(CK_FUNCTION_LIST& list) {
-    list.*member = nullptr;
-}
-
 struct Droppable {
     std::string_view name;
     void (*drop)(CK_FUNCTION_LIST&);
 };
+// By name, not through pointers to members: on Windows the list is packed, and those know nothing
+// of it.
 constexpr Droppable droppable[] = {
-    {"C_Initialize", drop<&CK_FUNCTION_LIST::C_Initialize>},
-    {"C_Finalize", drop<&CK_FUNCTION_LIST::C_Finalize>},
-    {"C_GetSlotList", drop<&CK_FUNCTION_LIST::C_GetSlotList>},
-    {"C_GetTokenInfo", drop<&CK_FUNCTION_LIST::C_GetTokenInfo>},
-    {"C_OpenSession", drop<&CK_FUNCTION_LIST::C_OpenSession>},
-    {"C_CloseSession", drop<&CK_FUNCTION_LIST::C_CloseSession>},
-    {"C_Login", drop<&CK_FUNCTION_LIST::C_Login>},
-    {"C_FindObjectsInit", drop<&CK_FUNCTION_LIST::C_FindObjectsInit>},
-    {"C_FindObjects", drop<&CK_FUNCTION_LIST::C_FindObjects>},
-    {"C_FindObjectsFinal", drop<&CK_FUNCTION_LIST::C_FindObjectsFinal>},
-    {"C_GetAttributeValue", drop<&CK_FUNCTION_LIST::C_GetAttributeValue>},
+    {"C_Initialize", [](CK_FUNCTION_LIST& list) { list.C_Initialize = nullptr; }},
+    {"C_Finalize", [](CK_FUNCTION_LIST& list) { list.C_Finalize = nullptr; }},
+    {"C_GetSlotList", [](CK_FUNCTION_LIST& list) { list.C_GetSlotList = nullptr; }},
+    {"C_GetTokenInfo", [](CK_FUNCTION_LIST& list) { list.C_GetTokenInfo = nullptr; }},
+    {"C_OpenSession", [](CK_FUNCTION_LIST& list) { list.C_OpenSession = nullptr; }},
+    {"C_CloseSession", [](CK_FUNCTION_LIST& list) { list.C_CloseSession = nullptr; }},
+    {"C_Login", [](CK_FUNCTION_LIST& list) { list.C_Login = nullptr; }},
+    {"C_FindObjectsInit", [](CK_FUNCTION_LIST& list) { list.C_FindObjectsInit = nullptr; }},
+    {"C_FindObjects", [](CK_FUNCTION_LIST& list) { list.C_FindObjects = nullptr; }},
+    {"C_FindObjectsFinal", [](CK_FUNCTION_LIST& list) { list.C_FindObjectsFinal = nullptr; }},
+    {"C_GetAttributeValue", [](CK_FUNCTION_LIST& list) { list.C_GetAttributeValue = nullptr; }},
 };
 
 void dropFunction(CK_FUNCTION_LIST& list, std::string_view name) {
