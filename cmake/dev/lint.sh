@@ -24,8 +24,7 @@ for file in "${tracked[@]}"; do
     [[ $file != tests/* ]] || continue
     if is_compiled_in native "$file"; then
         portable+=("$file")
-    # Clang 14 cannot compile this file: a lambda captures a structured binding, which is C++20.
-    elif [[ $file != app/statuscommand.cpp ]] && is_compiled_in windows "$file"; then
+    elif is_compiled_in windows "$file"; then
         windows+=("$file")
     fi
 done
