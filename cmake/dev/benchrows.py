@@ -54,19 +54,19 @@ CODEC_SIZES = [20, 1_048_576]
 
 ROWS = [
     Row("decode", "decode a certificate", CERTIFICATES, {0: THIRD}, 1,
-        floor="Checking the elements is nearly all of the work; the rest is one block, which is "
-              "longer than what the allocator keeps at hand."),
+        floor="Nearly all of the time goes into checking the elements. The rest is one allocation, "
+              "of a block too long for the allocator's fast path."),
     Row("decodegrowing", "decode a certificate of {size} bytes", CERTIFICATES,
         axis="bytes, nearly all of them extensions with 20 octets each"),
     Row("read", "decode, read and render a certificate", CERTIFICATES, {0: 0.5},
-        floor="Two fifths of the instructions are the decode, a quarter the two texts, which take "
-              "an allocation each; the rest is finding members, because each question is answered "
-              "from the kept bytes and nothing is remembered between two."),
+        floor="Two fifths of the instructions are the decode; a quarter makes the two texts, with "
+              "one allocation each. The rest finds members: each question walks over the kept "
+              "bytes, and nothing is remembered between two questions."),
     Row("encode", "encode a certificate as it was", CERTIFICATES, {0: THIRD}, 0),
     Row("encodeanew", "encode a certificate from its values", CERTIFICATES, {0: THIRD},
-        floor="The other writes what it holds into memory that it was given. Here a new block is "
-              "taken for the result, and a walk over the values comes first, because the format asks "
-              "for the length of contents before them."),
+        floor="mbedTLS writes into memory that its caller provides. This library allocates the "
+              "result, and first walks over the values, because in DER a length stands before the "
+              "contents."),
     Row("copycertificate", "copy a certificate", CERTIFICATES, {0: THIRD}, 0),
     Row("copymap", "copy a map of {size} certificates", COPIES, {0: 1.0}, sizes=[1_000],
         axis="certificates in the map"),
@@ -77,52 +77,52 @@ ROWS = [
         axis="characters"),
     Row("append", "append {size} characters one by one", BUFFERS, {0: 1.0}, sizes=[10, 1_000],
         axis="characters",
-        floor="Each append asks the block whether it still has one owner only, in an order that "
-              "other threads must see, so the size goes through memory each time. A string that "
-              "never shares keeps it in a register."),
+        floor="Each append checks, with an atomic load, that no copy shares the block. After such "
+              "a load the size must be read from memory again, where a string that never shares "
+              "keeps it in a register."),
     Row("mapkey", "look up one of {size} container names", BUFFERS, {0: 1.0}, sizes=[1_000],
         axis="names in the map",
-        floor="The comparison is the C library's for both; the names lie farther apart, as blocks "
-              "have room to grow."),
+        floor="Both compare with the C library's functions. The blocks of a buffer have room to "
+              "grow, so the names lie farther apart in memory."),
     Row("hex", "{size} bytes to hexadecimal", CODECS, CODEC_GOALS, sizes=CODEC_SIZES,
         axis="bytes",
-        floor="Most of the time goes into taking the block for the text, as it does for the others."),
+        floor="Most of the time goes into allocating the text, as it does for the others."),
     Row("utf8decodeascii", "{size} ASCII characters from UTF-8", CODECS, CODEC_GOALS,
         sizes=CODEC_SIZES, axis="characters",
-        floor="A first walk counts the characters, so that the text takes no more room than the "
-              "rule for blocks gives it."),
+        floor="A first walk counts the characters, so that the text is allocated once and no larger "
+              "than it has to be."),
     Row("utf8decodemixed", "{size} mixed characters from UTF-8", CODECS, CODEC_GOALS,
         sizes=CODEC_SIZES, axis="characters",
-        floor="A first walk counts the characters, so that the text takes no more room than the "
-              "rule for blocks gives it."),
+        floor="A first walk counts the characters, so that the text is allocated once and no larger "
+              "than it has to be."),
     Row("utf8encodeascii", "{size} ASCII characters to UTF-8", CODECS, CODEC_GOALS,
         sizes=CODEC_SIZES, axis="characters",
-        floor="The room grows in steps from block to block instead of being taken for the worst "
-              "case at once."),
+        floor="The room grows from block to block, instead of being allocated at once for the worst "
+              "case."),
     Row("utf8encodemixed", "{size} mixed characters to UTF-8", CODECS, CODEC_GOALS,
         sizes=CODEC_SIZES, axis="characters",
-        floor="The room grows in steps from block to block instead of being taken for the worst "
-              "case at once."),
+        floor="The room grows from block to block, instead of being allocated at once for the worst "
+              "case."),
     Row("harvest", "read a token with {size} certificates", TOKEN, {0: 1.05}, sizes=[20, 1_000],
         axis="certificates with a key",
-        floor="The calls take nearly all of the time; what is above them are the attributes, each "
-              "in memory of its own, the decode, and the blocks that are kept, which make the "
-              "module's own allocations slower than those of a caller who keeps half as much."),
+        floor="The calls take nearly all of the time. On top of them come an allocation for each "
+              "attribute, the decode, and more memory that stays in use, which makes the module's "
+              "own allocations slower."),
     Row("readtoken", "print the {size} certificates of a token, as a program", TOKEN,
         sizes=[20, 1_000], axis="certificates with a key"),
     Row("classify", "classify {size} certificates by {size} keys", TOKEN, {0: 1.2},
         sizes=[10_000], axis="certificates, and as many keys"),
     Row("storeadd", "register {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
         axis="certificates",
-        floor="The calls are the same; the rest is key usage, the container's text and the record "
-              "of the binding."),
+        floor="The calls are the same. On top of them come the key usage, the container's name and "
+              "the binding property."),
     Row("storefind", "find {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
         axis="certificates",
-        floor="The calls are the same; the rest is reading the record of the binding."),
+        floor="The calls are the same. On top of them, the binding property is parsed."),
     Row("storelist", "list {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
         axis="certificates",
-        floor="The bare calls copy bytes; the library checks and decodes every certificate that it "
-              "lists."),
+        floor="The bare calls only copy bytes. The library also decodes every certificate, because "
+              "a listing promises valid ones: see \"decode a certificate\"."),
     Row("storeremove", "remove {size} certificates", STORE, {0: 1.05}, sizes=[1_000],
         axis="certificates",
         floor="The calls are the same."),
