@@ -72,8 +72,7 @@ public:
                 recover(failure);
             }
         }
-        if (mustClean_)
-            output_.warn(L"what is registered for the CSP was not removed; run clean");
+        warnOfWhatWasNotCleaned();
         tell("stopped", L"stopped");
     }
 
@@ -180,6 +179,7 @@ private:
             return;
         if (isFinal(failure)) {
             pin_.wipe();
+            warnOfWhatWasNotCleaned();
             throw failure;
         }
         if (mayBePulledToken(failure)) {
@@ -237,6 +237,11 @@ private:
     bool isFinal(const Failure& failure) const {
         return loginFailed_ || failure.code() == ExitCode::unexpected ||
                (failure.code() == ExitCode::module && !wasLoaded_ && cannotBeLoaded(failure));
+    }
+
+    void warnOfWhatWasNotCleaned() const {
+        if (mustClean_)
+            output_.warn(L"what is registered for the CSP was not removed; run clean");
     }
 
     void tell(const char* event, std::wstring_view text) const {

@@ -140,6 +140,22 @@ TEST_F(Watching, SaysThatItEndsBeforeItCouldCleanUp) {
     EXPECT_THAT(store.entries(), testing::SizeIs(2));
 }
 
+TEST_F(Watching, SaysThatItCouldNotCleanUpBeforeItGivesUp) {
+    putOnToken({1});
+    line("failwhile " + path("locked") + " C_Login 0xA4");
+    testsupport::RunningUpdater updater(watch({L"--clean"}));
+    updater.waitForOutput("1 added\n");
+    store.add(unreadable());
+    pull();
+    updater.waitForErrors("the next try is in 1 s");
+    folder.write("locked", "");
+    putBack();
+    EXPECT_THAT(updater.waitForEnd(),
+                EndsWithCode(5, AllOf(HasSubstr("the PIN is locked"),
+                                      HasSubstr("was not removed; run clean"))));
+    EXPECT_THAT(store.entries(), testing::SizeIs(2));
+}
+
 TEST_F(Watching, GoesOnAtOnceWithATokenThatReturnsBeforeItCouldCleanUp) {
     putOnToken({1});
     testsupport::RunningUpdater updater(watch({L"--clean"}));
