@@ -24,9 +24,10 @@ std::string optionName(std::string_view argument) {
 /// The name of an option that does not exist, without what may be a PIN attached to it.
 std::string withoutPin(const std::string& argument) {
     constexpr std::string_view pin = "--pin";
-    if (argument.starts_with("--"))
-        return argument.starts_with(pin) ? std::string(pin) : optionName(argument);
-    return optionName(argument).substr(0, 2);
+    const std::string beginning = argument.substr(0, pin.size());
+    if (CLI::detail::to_lower(beginning) == pin)
+        return beginning;
+    return optionName(argument).substr(0, argument.starts_with("--") ? std::string::npos : 2);
 }
 
 std::wstring didYouMean(const std::string& typed, const std::vector<std::string>& names) {

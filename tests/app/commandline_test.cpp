@@ -96,7 +96,7 @@ TEST(CommandLine, RefusesAPinAndDoesNotRepeatIt) {
             << typed;
     EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--pinenv"}),
                 StartsWith("there is no option --pin (did you mean --pin-env?)"));
-    for (const char* const typed : {"-psecret", "--pinsecret", "--pin=secret"})
+    for (const char* const typed : {"-psecret", "--pinsecret", "--PINsecret", "--pin=secret"})
         EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", typed}),
                     AllOf(HasSubstr("there is no option -"), Not(HasSubstr("secret"))))
             << typed;
