@@ -118,9 +118,10 @@ struct Member {
     /// Makes an optional member absent.
     void (*remove)(Asn1& owner);
 
-    Presence presence = Presence::mandatory;         ///< whether it may be absent
-    Tagging tagging = Tagging::none;                 ///< whether it has a tag of its own
-    unsigned char taggedIdentifier = tag::none;      ///< the identifier octet of that tag
+    Presence presence = Presence::mandatory;    ///< whether it may be absent
+    Tagging tagging = Tagging::none;            ///< whether it has a tag of its own
+    unsigned char taggedIdentifier = tag::none; ///< the identifier octet of that tag; an implicit
+                                                ///< one takes the constructed bit of its type
     BufferRange<unsigned char> defaultContents = {}; ///< contents octets of the DEFAULT value
 
     /// This member with [number] IMPLICIT.

@@ -88,7 +88,11 @@ inline Element elementAt(const unsigned char* position, const unsigned char* end
 /// The identifier octet with which a member begins; `tag::none` for an untagged CHOICE or open
 /// type.
 inline unsigned char identifierOf(const Member& member) noexcept {
-    return member.tagging == Tagging::none ? member.type->identifier : member.taggedIdentifier;
+    if (member.tagging == Tagging::none)
+        return member.type->identifier;
+    // An implicit tag replaces class and number only (X.690 8.14.3).
+    return static_cast<unsigned char>(member.taggedIdentifier |
+                                      (member.type->identifier & tag::constructed));
 }
 
 /// Whether a CHOICE, an open type or a kept value can begin with this identifier octet.

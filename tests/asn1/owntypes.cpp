@@ -37,6 +37,15 @@ const asn1::Type& TaggedChoice::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr asn1::Member holdingTaggedListMembers[] = {
+    asn1::member<&HoldingTaggedList::list>("list").implicitly(1),
+};
+constinit const asn1::Type HoldingTaggedList::asn1Type =
+    asn1::sequence("HoldingTaggedList", holdingTaggedListMembers);
+const asn1::Type& HoldingTaggedList::type() const noexcept {
+    return asn1Type;
+}
+
 static constexpr asn1::Member holdingChoiceMembers[] = {
     asn1::member<&HoldingChoice::inner>("inner").explicitly(5),
     asn1::member<&HoldingChoice::rest>("rest"),

@@ -41,6 +41,15 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { list [1] IMPLICIT SEQUENCE OF Nested }
+class HoldingTaggedList : public asn1::Sequence {
+public:
+    Nested list;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 /// SEQUENCE { inner [5] EXPLICIT TaggedChoice OPTIONAL, rest ANY OPTIONAL }
 class HoldingChoice : public asn1::Sequence {
 public:

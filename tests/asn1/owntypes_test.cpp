@@ -93,6 +93,13 @@ TEST(TaggedAlternative, IsNamedAmongTheExpectedTags) {
     EXPECT_EQ(thrownBy([&] { decode(integer(5), value); }), wrongTag("A0 81 0C", "02", 0));
 }
 
+TEST(ImplicitTag, KeepsTheConstructedBitOfItsType) {
+    const Bytes encoding = sequence({explicitly(1, sequence({}))});
+    const auto value = decoded<HoldingTaggedList>(encoding);
+    EXPECT_EQ(value.list.size(), 1u);
+    EXPECT_EQ(encoded(value), encoding);
+}
+
 TEST(TaggedChoiceWithinATag, IsReadAndWritten) {
     const Bytes encoding = sequence({explicitly(5, explicitly(0, integer(5))), null()});
     const auto value = decoded<HoldingChoice>(encoding);
