@@ -186,6 +186,11 @@ private:
     std::size_t size_ = 0; ///< of all pieces together
 };
 
+Buffer<unsigned char> encode(const Asn1& value) {
+    Encoder encoder; // `Encoder()` would fill the pieces with zeros first
+    return encoder.encode(value);
+}
+
 /// The encoding that a value keeps, or null.
 const Octets* keptEncoding(const Asn1& value) {
     const Form form = value.type().form;
@@ -198,7 +203,7 @@ const Octets* keptEncoding(const Asn1& value) {
 Octets wholeEncoding(const Asn1& value) {
     if (const Octets* kept = keptEncoding(value))
         return *kept;
-    return Octets(Encoder().encode(value));
+    return Octets(encode(value));
 }
 
 Octets encodingOf(const Asn1& value, bool contentsOnly) {
@@ -215,7 +220,7 @@ Buffer<unsigned char> aux::encodeDer(const Asn1& value, bool contentsOnly) {
         return encodingOf(value, true).toBuffer();
     if (const Octets* kept = keptEncoding(value))
         return kept->toBuffer();
-    return Encoder().encode(value);
+    return encode(value);
 }
 
 std::int16_t der::cmp(const Asn1& a, const Asn1& b, bool contentsOnly) {
