@@ -24,7 +24,7 @@ std::string optionName(std::string_view argument) {
 /// The name of an option that does not exist, without what may be a PIN attached to it.
 std::string withoutPin(const std::string& argument) {
     constexpr std::string_view pin = "--pin";
-    const std::string beginning = argument.substr(0, pin.size());
+    std::string beginning = argument.substr(0, pin.size());
     if (CLI::detail::to_lower(beginning) == pin)
         return beginning;
     return optionName(argument).substr(0, argument.starts_with("--") ? std::string::npos : 2);
