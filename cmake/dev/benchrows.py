@@ -41,7 +41,7 @@ class Row:
                  ours.counters.get("allocations", 0) <= self.most_allocations + 0.01))
 
 
-THIRD = 0.33
+THIRD = 1 / 3
 CERTIFICATES = "Certificates"
 COPIES = "Copies"
 BUFFERS = "Buffers"
