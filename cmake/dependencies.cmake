@@ -15,8 +15,12 @@ add_header_dependency(pkcs11_header p11-kit/pkcs11.h PATH_SUFFIXES p11-kit-1)
 add_header_dependency(cli11 CLI/CLI.hpp)
 add_header_dependency(nlohmann_json nlohmann/json.hpp)
 
+if(POLICY CMP0167)
+  # CMake's own FindBoost, because the Windows build of Boost.Filesystem has no package file.
+  cmake_policy(SET CMP0167 OLD)
+endif()
 set(Boost_USE_STATIC_LIBS ${WIN32})
-# CMake does not know what Filesystem 1.81 depends on, and need not: the dependencies are header-only.
+# An older CMake does not know what a newer Filesystem depends on, and need not: only headers.
 set(Boost_NO_WARN_NEW_VERSIONS ON)
 find_package(Boost 1.74 REQUIRED COMPONENTS filesystem)
 add_library(deps_boost_headers INTERFACE)
@@ -43,6 +47,9 @@ if(BUILD_TESTING)
     set(INSTALL_GTEST OFF)
     add_subdirectory("${googletest_sources}" "${PROJECT_BINARY_DIR}/googletest"
       EXCLUDE_FROM_ALL SYSTEM)
+    foreach(part gtest gmock gmock_main)
+      target_compile_options(${part} PRIVATE ${CERTSTOREUPDATER_TEST_OPTIONS})
+    endforeach()
   else()
     find_package(GTest REQUIRED CONFIG)
     foreach(part gtest gmock gmock_main)

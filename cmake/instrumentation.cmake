@@ -26,6 +26,13 @@ if(CERTSTOREUPDATER_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# Optimising the tests and GoogleTest would take more than half of the time of a build from nothing; what
+# is tested keeps the flags of its preset. Benchmarks and fuzz targets share code with the tests, and need
+# its speed.
+if(NOT CERTSTOREUPDATER_FUZZERS)
+  set(CERTSTOREUPDATER_TEST_OPTIONS $<$<NOT:$<CONFIG:Release>>:-O0> $<$<NOT:$<CONFIG:Release>>:-g1>)
+endif()
+
 if(MINGW)
   # Test programs with many templates have more sections than plain COFF allows.
   add_compile_options(-Wa,-mbig-obj)

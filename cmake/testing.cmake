@@ -43,6 +43,7 @@ function(certstoreupdater_add_test name)
 
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} deps::gtest_main project_warnings)
+  target_precompile_headers(${name} REUSE_FROM testheaders)
   if(arg_DEPENDS)
     add_dependencies(${name} ${arg_DEPENDS})
   endif()
@@ -61,7 +62,7 @@ function(certstoreupdater_add_test name)
   set_tests_properties(${name} PROPERTIES
     LABELS "${room}"
     RUN_SERIAL "${arg_SERIAL}"
-    TIMEOUT 300
+    TIMEOUT 1200
     ENVIRONMENT "CSU_BUILD=${build};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\
 CSU_SOFTHSM_DLL=${softhsm};CSU_NATIVE_SOFTHSM=${CERTSTOREUPDATER_NATIVE_SOFTHSM};${arg_ENVIRONMENT}")
 endfunction()
@@ -83,7 +84,7 @@ function(certstoreupdater_add_script_test name)
   set_tests_properties(${name} PROPERTIES
     LABELS "${room};script"
     RUN_SERIAL "${arg_SERIAL}"
-    TIMEOUT 300
+    TIMEOUT 1200
     ENVIRONMENT "CSU_BUILD=${PROJECT_BINARY_DIR};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\
 CSU_SOFTHSM_DLL=${PROJECT_SOURCE_DIR}/build/deps/softhsm/softhsm2.dll;\
 CSU_NATIVE_SOFTHSM=${CERTSTOREUPDATER_NATIVE_SOFTHSM};${arg_ENVIRONMENT}")

@@ -5,11 +5,13 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # shellcheck source=cmake/deps/source.sh
 source "$root/cmake/deps/source.sh"
+# shellcheck source=cmake/deps/system.sh
+source "$root/cmake/deps/system.sh"
 
 sources=$root/build/deps/src/boostfilesystem
 build=$root/build/deps/obj/boostfilesystem
 
-fetch_source boost1.81 "$sources" '*/libs/filesystem'
+fetch_source "boost$(boost_version)" "$sources" '*/libs/filesystem'
 cmake --fresh -G Ninja -S "$root/cmake/deps/boostfilesystem" -B "$build" \
     --toolchain "$root/cmake/mingw-w64.cmake" \
     -DCMAKE_BUILD_TYPE=Release \

@@ -9,8 +9,12 @@ fetch_source() {
     local package=$1 folder=$2 pattern=${3:-*} apt_root=$root/build/deps/apt tarball
     prepare_apt "$apt_root"
     mkdir -p "$apt_root/download"
-    (cd "$apt_root/download" &&
-        apt-get --config-file "$apt_root/apt.conf" source --download-only --tar-only "$package")
+    (cd "$apt_root/download" && apt-get --config-file "$apt_root/apt.conf" \
+        source --download-only --tar-only --only-source "$package") || {
+        echo "dev: the sources of $package cannot be fetched." \
+            "Is there a network, and does the package mirror have source packages?" >&2
+        return 1
+    }
     tarball=$(find "$apt_root/download" -name "${package}_*.orig.tar.*" ! -name '*.asc' | sort -V | tail -n 1)
     [[ -n $tarball ]] || { echo "apt-get fetched no source archive of $package" >&2; return 1; }
     rm -rf "$folder"
@@ -34,8 +38,11 @@ Dir::Cache "$apt_root";
 Dir::Cache::Archives "$apt_root/archives";
 APT::Sandbox::User "root";
 EOF
-    apt-get --config-file "$apt_root/apt.conf" update
-    touch "$apt_root/ready"
+    # It fails if any source does, even one that has none of the packages: whether those can be had
+    # shows when they are fetched.
+    if apt-get --config-file "$apt_root/apt.conf" -o Acquire::Retries=3 -o APT::Update::Error-Mode=any update; then
+        touch "$apt_root/ready"
+    fi
 }
 
 # The configured one-line and deb822 entries, with deb-src instead of deb.

@@ -24,15 +24,23 @@ try_step() {
     [[ ! -t 1 ]] || printf '%s ...' "$name"
     show_progress "$name" "$log" &
     ticker=$!
+    # If Ctrl-C ends this process, the ticker would go on: bash starts it deaf to the signal.
+    # shellcheck disable=SC2064
+    trap "stop_ticker $ticker" EXIT
     "$@" </dev/null >"$log" 2>&1 8>&- || status=$?
-    kill "$ticker" 2>/dev/null || true
-    wait "$ticker" 2>/dev/null || true
+    stop_ticker "$ticker"
     if ((status)); then
         report_step "$name" failed $((SECONDS - start))
     else
         report_step "$name" "done" $((SECONDS - start))
     fi
     return "$status"
+}
+
+stop_ticker() {
+    kill "$1" 2>/dev/null || true
+    wait "$1" 2>/dev/null || true
+    trap - EXIT
 }
 
 # once NAME RESULT FILE... -- COMMAND...: a step that is skipped while the result exists and the files
@@ -72,15 +80,34 @@ report_step() {
 }
 
 fail_step() {
-    local log
+    local log reason
     log=$(log_of "$1")
+    reason=$(reason_of_failure "$log")
     {
-        echo
-        echo "$1 failed. The end of its log:"
-        tail -n 30 "$log" | cut -c 1-300 | sed 's/^/    /'
+        if [[ $reason ]]; then
+            echo "dev: $1 failed: $reason"
+        else
+            echo
+            echo "$1 failed. The end of its log:"
+            tail -n 30 "$log" | cut -c 1-300 | sed 's/^/    /'
+        fi
         echo "The whole log: $log"
     } >&2
     exit 1
+}
+
+# reason_of_failure LOG: in one line, if it is known: the disk is full, or the step has said it itself, in a
+# line that begins with "dev: ".
+reason_of_failure() {
+    local folder free
+    for folder in "$root" "${TMPDIR:-/tmp}" /var; do
+        free=$(df --output=avail --block-size=1M "$folder" 2>/dev/null | tail -n 1) || continue
+        if ((free < 20)); then
+            echo "the disk is full: $((free)) MB are left in $folder"
+            return
+        fi
+    done
+    sed -n 's/^dev: //p' "$1" | tail -n 1
 }
 
 # Prints the progress of a step every second on a terminal, every half minute elsewhere.

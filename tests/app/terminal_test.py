@@ -78,7 +78,7 @@ class TerminalTest(unittest.TestCase):
         with Terminal(windows_program("showstore", "erase", STORE)) as terminal:
             terminal.wait_for_end()
 
-    def updater(self, command, *options, columns=80, environment=None, redirection=""):
+    def updater(self, command, *options, columns=80, environment=None, redirection="", echo=True):
         """The program with the token, on a terminal."""
         script = self.folder / "token.script"
         script.write_text("\n".join(self.script) + "\n")
@@ -89,6 +89,7 @@ class TerminalTest(unittest.TestCase):
                 "--csp", CSP, "--store", STORE, *options,
                 redirection=redirection),
             columns=columns,
+            echo=echo,
             environment={"FAKETOKEN_SCRIPT": windows_path(script), "NO_COLOR": None,
                          "TEST_PIN": "1234", **(environment or {})})
 
@@ -232,27 +233,32 @@ class Interruption(TerminalTest):
 
 class Progress(TerminalTest):
     BAR = re.compile(r"0% +10 +20 .* 100%\n\|-.*-\|\n\*+")
+    STEPS = 60
 
-    def sync(self, **options):
+    def setUp(self):
+        super().setUp()
+        self.put_many_certificates(self.STEPS)
+
+    def sync(self, environment=None, **options):
         """Messages alone, as the bar is one; the table would move it out of sight."""
-        return self.updater("sync", "--pin-env", "TEST_PIN", redirection=">/dev/null", **options)
+        return self.updater("sync", "--pin-env", "TEST_PIN", redirection=">/dev/null",
+                            environment={"CSU_SLOW_STORE": "1", **(environment or {})}, **options)
 
     def test_is_shown_where_work_takes_longer_than_a_moment(self):
-        self.put_many_certificates(2500)
         with self.sync() as terminal:
             self.assertEqual(terminal.wait_for_end(), 0)
             self.assertRegex(terminal.text(), self.BAR)
             self.assertEqual(terminal.text().count("*"), 51, "full")
 
     def test_is_not_shown_if_nobody_wants_more_than_text(self):
-        self.put_many_certificates(2500)
         with self.sync(environment={"NO_COLOR": "1"}) as terminal:
             self.assertEqual(terminal.wait_for_end(), 0)
             self.assertEqual(terminal.text(), "")
 
     def test_ends_its_line_when_it_is_broken_off(self):
-        self.put_many_certificates(2500)
-        with self.sync() as terminal:
+        # What the terminal itself shows of a Ctrl-C would stand in the bar.
+        with self.sync(environment={"CSU_STORE_WAITS_AT": str(self.STEPS // 2)},
+                       echo=False) as terminal:
             terminal.wait_for("*")
             terminal.type(INTERRUPT)
             self.assertEqual(terminal.wait_for_end(), 11)

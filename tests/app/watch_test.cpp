@@ -1,5 +1,4 @@
 // Following a token: it appears, changes, fails and goes.
-#include "runningonwine.h"
 #include "storelock.h"
 #include "updatertest.h"
 
@@ -327,9 +326,7 @@ TEST_F(Watching, EndsAtOnceAtASecondCtrlC) {
     updater.interrupt();
     updater.interrupt();
     const Outcome outcome = updater.waitForEnd();
-    // Wine ends a program with 0 that does not handle Ctrl-C.
-    EXPECT_EQ(static_cast<DWORD>(outcome.exitCode),
-              testsupport::runningOnWine() ? 0 : STATUS_CONTROL_C_EXIT);
+    EXPECT_EQ(outcome.exitCode, testsupport::exitCodeOfUnhandledCtrlC());
     EXPECT_THAT(outcome.output, Not(HasSubstr("stopped")));
     EXPECT_THAT(calls(), Not(HasSubstr("C_Finalize")));
     EXPECT_THAT(seenByOthers(), IsEmpty());

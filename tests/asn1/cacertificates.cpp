@@ -1,6 +1,7 @@
 // The certificates of Debian's package ca-certificates.
 #include "cacertificates.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -50,8 +51,12 @@ std::vector<CaCertificate> load() {
         const std::string text{std::istreambuf_iterator<char>(file), {}};
         all.push_back({entry.path().filename().string(), fromPem(text)});
     }
-    if (all.size() < 100)
-        throw std::runtime_error("the package ca-certificates has hardly any certificates");
+    if (all.empty())
+        throw std::runtime_error("the package ca-certificates has no certificates");
+    // A folder lists its files in no particular order.
+    std::sort(all.begin(), all.end(), [](const CaCertificate& one, const CaCertificate& other) {
+        return one.file < other.file;
+    });
     return all;
 }
 

@@ -11,6 +11,10 @@
 namespace asn1_test {
 namespace {
 
+std::string openSsl() {
+    return "OpenSSL " + testsupport::versionOfOpenSsl();
+}
+
 const char* judgementOfOpenSsl(const testsupport::Bytes& certificate) {
     return testsupport::isAcceptedByOpenSsl(rangeOf(certificate)) ? "accepts" : "refuses";
 }
@@ -52,7 +56,7 @@ void writeRules(const std::vector<RefusedPart>& parts, std::ostream& out) {
 }
 
 void writeRefused(const RefusedPart& part, std::ostream& out) {
-    out << "\n### " << part.name << "\n\n| case | rule | error | OpenSSL |\n"
+    out << "\n### " << part.name << "\n\n| case | rule | error | " << openSsl() << " |\n"
         << "|---|---|---|---|\n";
     for (const Refused& row : part.rows)
         out << "| " << row.what << " | " << clauseOf(textOf(row.rule)) << " | "
@@ -61,7 +65,7 @@ void writeRefused(const RefusedPart& part, std::ostream& out) {
 
 void writeAccepted(const ReasonText& reason, std::ostream& out) {
     out << "\n### " << reason.title << "\n\n"
-        << reason.text << "\n\n| case | OpenSSL |\n|---|---|\n";
+        << reason.text << "\n\n| case | " << openSsl() << " |\n|---|---|\n";
     for (const Accepted& row : acceptedCertificates())
         if (row.reason == reason.reason)
             out << "| " << row.what << " | " << judgementOfOpenSsl(row.certificate) << " |\n";
@@ -78,7 +82,8 @@ checks that the page is up to date.
 
 Certificates from a token or a store are decoded strictly, as DER. Each certificate in the tables below
 differs from a good one in one respect, which the first column describes. The last column says whether
-OpenSSL's `d2i_X509` accepts the same octets.
+the `d2i_X509` of the named version of OpenSSL accepts the same octets; other versions answer differently
+here and there.
 
 OpenSSL accepts every certificate that is accepted here, except for some with constructed bits, or with
 malformed values that are decoded only when somebody asks for them. Where both accept a certificate,

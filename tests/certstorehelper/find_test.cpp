@@ -23,6 +23,12 @@ TEST_F(CertStoreHelperFind, FindsAPresentCertificateWithoutAnyProperty) {
     EXPECT_FALSE(helper.findCertificate(certificateOf(numbered(2))));
 }
 
+TEST_F(CertStoreHelperFind, TellsAReissuedCertificateFromTheOneThatIsThere) {
+    store.add({numbered(1), {}, {}, {}});
+    const auto reissued = CertBuilder().serialNumber(1).subject(name({{"CN", "another subject"}}));
+    EXPECT_FALSE(CertStoreHelper(storeName()).findCertificate(certificateOf(reissued.build())));
+}
+
 TEST_F(CertStoreHelperFind, LooksForTheCertificateItself) {
     store.add({numbered(1), {}, {}, {}});
     CryptoApi api;

@@ -1,6 +1,8 @@
 // The files that makesignedfiles.sh makes, and the authority that signed them.
 #include "signedfiles.h"
 
+#include "runningonwine.h"
+
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -25,9 +27,13 @@ struct ContextFreer {
 };
 using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
 
+// Windows asks the user before it takes an authority into the list of the current user. Wine makes
+// the machine's list anew from the host's certificates, in newer versions in each process that
+// looks at it.
 Store trustedAuthorities() {
-    return Store(
-        CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"ROOT"));
+    const DWORD location = testsupport::runningOnWine() ? CERT_SYSTEM_STORE_CURRENT_USER
+                                                        : CERT_SYSTEM_STORE_LOCAL_MACHINE;
+    return Store(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, L"ROOT"));
 }
 
 Context testAuthority() {

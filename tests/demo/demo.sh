@@ -108,7 +108,7 @@ certificate() {
     local signer=(-selfsign -keyfile "$name.key")
     [[ -z $issuer ]] || signer=(-cert "$issuer.pem" -keyfile "$issuer.key")
     openssl ca -config "$work/authority.conf" -batch -notext -utf8 -md sha256 \
-        -startdate 20240101000000Z -enddate 20331231235959Z -preserveDN \
+        -startdate 20240101000000Z -enddate 20491231235959Z -preserveDN \
         "${signer[@]}" -extfile <(printf '%s\n' "$extensions") -in "$name.csr" -out "$name.pem" \
         2>>"$work/authority.log" || fail "no certificate could be made; see $work/authority.log"
     openssl x509 -in "$name.pem" -outform DER -out "$name.der"

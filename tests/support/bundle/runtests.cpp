@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr DWORD patience = 600'000; // milliseconds
+constexpr DWORD patience = 1'800'000; // milliseconds
 
 /// How a program ended.
 struct Ending {

@@ -9,7 +9,7 @@ namespace testsupport {
 
 /// How long a test waits for a program, in milliseconds. A run takes a few seconds at most; the
 /// rest is for a busy machine.
-inline constexpr DWORD patience = 45'000;
+inline constexpr DWORD patience = 300'000;
 
 /// \throws std::runtime_error with the system's error unless it succeeded
 void require(bool succeeded, const char* what);

@@ -4,6 +4,7 @@
 #include "der.h"
 #include "oids.h"
 
+#include <openssl/crypto.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -228,6 +229,10 @@ private:
 };
 
 } // namespace
+
+std::string versionOfOpenSsl() {
+    return OpenSSL_version(OPENSSL_VERSION_STRING);
+}
 
 bool isAcceptedByOpenSsl(Range der) {
     return parsed(der) != nullptr;

@@ -9,6 +9,9 @@
 
 namespace testsupport {
 
+/// Such as "3.0.2".
+std::string versionOfOpenSsl();
+
 /// Whether all of `der` is a certificate to OpenSSL.
 bool isAcceptedByOpenSsl(buffer::BufferRange<unsigned char> der);
 

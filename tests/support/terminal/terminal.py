@@ -94,10 +94,11 @@ class Terminal:
     """Runs a program on a terminal of its own and ends it when the block is left.
 
     rows is the height that the program sees. patience is how many seconds a wait may take.
-    environment holds variables that differ from this process's; None takes one away.
+    environment holds variables that differ from this process's; None takes one away. Without echo
+    the terminal shows nothing of what is typed, whatever the program wants.
     """
 
-    def __init__(self, command, columns=80, rows=25, patience=60, environment=None):
+    def __init__(self, command, columns=80, rows=25, patience=300, environment=None, echo=True):
         self._command = command
         self._screen = _Screen(columns, rows, history=100000)
         self._stream = pyte.ByteStream(self._screen)
@@ -110,6 +111,10 @@ class Terminal:
         self._process, self._terminal = pty.fork()
         if self._process == 0:
             self._become(command, columns, rows, variables)
+        if not echo:
+            modes = termios.tcgetattr(self._terminal)
+            modes[3] &= ~termios.ECHO
+            termios.tcsetattr(self._terminal, termios.TCSANOW, modes)
         # Every read begins with a byte that is not 0 if it tells of a change of the terminal's mode.
         fcntl.ioctl(self._terminal, termios.TIOCPKT, struct.pack("i", 1))
 

@@ -8,7 +8,7 @@ from terminal import INTERRUPT, PLAIN, Run, Style, Terminal
 
 
 def shell(script, **options):
-    return Terminal(["/bin/sh", "-c", script], patience=20, **options)
+    return Terminal(["/bin/sh", "-c", script], **options)
 
 
 def shown(script, **options):
@@ -52,6 +52,14 @@ class TerminalTest(unittest.TestCase):
             terminal.type("some words\n")
             self.assertEqual(terminal.wait_for_end(), 0)
             self.assertEqual(terminal.text(), "some words\n<some words>")
+
+    def test_shows_nothing_of_what_is_typed_without_echo(self):
+        with shell("read line; echo \"<$line>\"; exec cat", echo=False) as terminal:
+            terminal.type("some words\n")
+            terminal.wait_for("<some words>")
+            terminal.type(INTERRUPT)
+            terminal.wait_for_end()
+            self.assertEqual(terminal.text(), "<some words>")
 
     def test_waits_until_the_program_reads_keys_itself(self):
         with shell("stty raw -echo; printf ready; head -c 1 >/dev/null") as terminal:

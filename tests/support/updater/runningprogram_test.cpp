@@ -1,5 +1,6 @@
 // Programs that are watched, interrupted and killed while they run.
 #include "childprocess.h"
+#include "runningonwine.h"
 #include "updaterprogram.h"
 
 #include <gmock/gmock.h>
@@ -12,6 +13,7 @@ namespace testsupport {
 namespace {
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
@@ -63,6 +65,13 @@ TEST(RunningProgram, IsInterruptedAlone) {
     EXPECT_THAT(other.output(), testing::Not(HasSubstr("Ctrl-C")));
     other.interrupt();
     EXPECT_EQ(other.waitForEnd().exitCode, 7);
+}
+
+TEST(RunningProgram, IsEndedByACtrlCThatItDoesNothingAbout) {
+    if (runningOnWine())
+        EXPECT_THAT(exitCodeOfUnhandledCtrlC(), AnyOf(0, static_cast<int>(STATUS_CONTROL_C_EXIT)));
+    else
+        EXPECT_EQ(exitCodeOfUnhandledCtrlC(), static_cast<int>(STATUS_CONTROL_C_EXIT));
 }
 
 TEST(RunningProgram, IsKilledItself) {

@@ -23,6 +23,13 @@ Outcome runUpdater(const Start& start) {
     return runProgram(updater, start);
 }
 
+int exitCodeOfUnhandledCtrlC() {
+    RunningProgram program(L"watched.exe", {{L"hang"}});
+    program.waitForOutput(" is ready\n");
+    program.interrupt();
+    return program.waitForEnd().exitCode;
+}
+
 RunningUpdater::RunningUpdater(const Start& start) : RunningProgram(updater, start) {}
 
 } // namespace testsupport

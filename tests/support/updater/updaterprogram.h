@@ -15,6 +15,12 @@ Outcome runProgram(const std::wstring& fileName, const Start& start);
 /// Runs certstoreupdate.exe likewise.
 Outcome runUpdater(const Start& start);
 
+/// What this system lets a program end with that does nothing about Ctrl-C: STATUS_CONTROL_C_EXIT
+/// on Windows (Microsoft, SetConsoleCtrlHandler: the default handler calls ExitProcess; the code is
+/// in ntstatus.h), another in older versions of Wine. \throws std::runtime_error if watched.exe
+/// cannot be started or interrupted
+int exitCodeOfUnhandledCtrlC();
+
 /// certstoreupdate.exe while it runs.
 class RunningUpdater : public RunningProgram {
 public:

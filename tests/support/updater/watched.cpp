@@ -2,6 +2,7 @@
 //   watched echo ARGUMENT...  says its arguments, one a line, the variable WATCHED and its input,
 //                             and ends with 3
 //   watched wait COUNT        says its process id, then each Ctrl-C, and ends with 7 after so many
+//   watched hang              says its process id, and does nothing about Ctrl-C
 #include <windows.h>
 
 #include <cstdio>
@@ -29,13 +30,23 @@ int echo(int count, char** arguments) {
     return 3;
 }
 
+void sayReady() {
+    std::printf("%lu is ready\n", GetCurrentProcessId());
+    std::fflush(stdout);
+}
+
+int hang() {
+    sayReady();
+    Sleep(INFINITE);
+    return 0;
+}
+
 int waitForEvents(int count) {
     received = CreateSemaphoreW(nullptr, 0, count, nullptr);
     SetConsoleCtrlHandler(receive, TRUE);
     std::fputs("waiting\n", stderr);
     std::fflush(stderr); // Wine's is buffered
-    std::printf("%lu is ready\n", GetCurrentProcessId());
-    std::fflush(stdout);
+    sayReady();
     for (int i = 0; i != count; ++i) {
         WaitForSingleObject(received, INFINITE);
         std::puts("Ctrl-C");
@@ -52,5 +63,7 @@ int main(int count, char** arguments) {
         return echo(count, arguments);
     if (command == "wait" && count == 3)
         return waitForEvents(std::atoi(arguments[2]));
+    if (command == "hang")
+        return hang();
     return 99;
 }

@@ -1,19 +1,18 @@
-// The certificate store functions as Windows documents them, made from those of Wine 8.0.
+// The certificate store functions as Windows documents them, made from those of Wine.
 //
-// What differs in Wine, and what is done about it:
-// - Property ids from 32768 to 65535 belong to applications and are kept with the certificate;
-//   Wine refuses them. The library's own, 54086, is kept as CERT_RENEWAL_PROP_ID (64), which no
-//   program here uses.
-// - Additions, deletions and properties reach the registry at once; Wine writes the whole store,
-//   and only when its last context is gone or when told to, so that contexts that are kept alive
-//   lose changes, and a store opened before somebody else's deletion writes the deleted
-//   certificates back. An opened system store is therefore a copy in memory, and each change is
-//   written to the registry here, certificate by certificate, in Wine's (and Windows's) format.
-// - A duplicate of the context at which an enumeration stands may be deleted, and the
-//   enumeration goes on; in Wine it then never ends. Such a deletion waits until the enumeration
-//   has moved on.
-// - CERT_STORE_ADD_NEW leaves a present certificate alone; Wine leaks a reference to it.
-// - CERT_STORE_CTRL_RESYNC reads the store again: here it renews that copy.
+// What Wine may lack (lacks.h), and what is done about it where it does:
+// - Own property ids: the library's, 54086, is kept as CERT_RENEWAL_PROP_ID (64), which no program
+//   here uses.
+// - Writing at once: Wine writes the whole store, and only when its last context is gone or when
+// told
+//   to, so that contexts that are kept alive lose changes, and a store opened before somebody
+//   else's deletion writes the deleted certificates back; CERT_STORE_ADD_NEW keeps such a context
+//   where the certificate is present. An opened system store is therefore a copy in memory, which
+//   CERT_STORE_CTRL_RESYNC renews, and each change is written to the registry here, certificate by
+//   certificate, in Wine's (and Windows's) format.
+// - Deletion while enumerating: it waits until the enumeration has moved on; otherwise the deleted
+//   certificate comes back for ever.
+// - The exact match: what is found and is not the same is passed over.
 //
 // The ROOT store is left to Wine, because it is asked for trust and not for storage.
 #pragma once

@@ -152,6 +152,24 @@ TEST_F(SystemStore, ReadsTheStoreAnewOnResync) {
     EXPECT_THAT(seen, UnorderedElementsAreArray({numbered(2), numbered(3)}));
 }
 
+TEST_F(SystemStore, FindsAnExactMatchOnly) {
+    store.add(plain(1));
+    const HCERTSTORE opened = open();
+    const auto isFound = [&](const Bytes& encoded) {
+        const CERT_CONTEXT* sought = CertCreateCertificateContext(
+            X509_ASN_ENCODING, encoded.data(), static_cast<DWORD>(encoded.size()));
+        const CERT_CONTEXT* found = CertFindCertificateInStore(opened, X509_ASN_ENCODING, 0,
+                                                               CERT_FIND_EXISTING, sought, nullptr);
+        CertFreeCertificateContext(sought);
+        CertFreeCertificateContext(found);
+        return found != nullptr;
+    };
+    EXPECT_TRUE(isFound(numbered(1)));
+    EXPECT_FALSE(isFound(numbered(2)));
+    const auto reissued = CertBuilder().serialNumber(1).subject(name({{"CN", "another subject"}}));
+    EXPECT_FALSE(isFound(reissued.build()));
+}
+
 TEST_F(SystemStore, ReportsACertificateThatIsNone) {
     const HCERTSTORE opened = open();
     const unsigned char garbage[] = {1, 2, 3};

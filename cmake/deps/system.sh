@@ -1,0 +1,57 @@
+# shellcheck shell=bash
+# The systems that the project is built and tested on, and what this one is. To be sourced.
+
+# system_name [FILE]: the name and version that an os-release file states, such as "debian 12".
+system_name() {
+    (
+        ID='' VERSION_ID=''
+        # shellcheck source=/dev/null
+        . "${1:-/etc/os-release}" 2>/dev/null || true
+        printf '%s' "${ID:-unknown}${VERSION_ID:+ $VERSION_ID}"
+    )
+}
+
+# check_system [FILE]: fails, with one line that says what is supported, on a system that is not.
+check_system() {
+    local name
+    name=$(system_name "$@")
+    case $name in
+    'debian 12' | 'debian 13') ;;
+    'ubuntu 24.04')
+        echo "dev: Debian 12 and 13 are supported; nobody has tried $name" >&2
+        ;;
+    *)
+        echo "dev: Debian 12 and 13 are supported, and this is $name. Try a container of debian:13" >&2
+        return 1
+        ;;
+    esac
+}
+
+# boost_version: the version of Debian's Boost packages to use. It is the one that is installed, because
+# Debian installs the headers of one version only; otherwise one that this system has.
+boost_version() {
+    local installed
+    installed=$(sed -nE 's/^#define BOOST_LIB_VERSION "([0-9]+)_([0-9]+).*"/\1.\2/p' \
+        /usr/include/boost/version.hpp 2>/dev/null) || true
+    if [[ $installed ]]; then
+        printf '%s' "$installed"
+    elif [[ $(system_name) == 'debian 12' ]]; then
+        printf 1.81
+    else
+        printf 1.83
+    fi
+}
+
+# versions: what a report of a failure has to name, in one line.
+versions() {
+    printf '%s: ' "$(system_name)"
+    printf 'GCC %s, for Windows %s, ' \
+        "$(g++ -dumpfullversion)" "$(x86_64-w64-mingw32-g++-posix -dumpfullversion | sed s/-posix//)"
+    printf 'Wine %s, OpenSSL %s, Boost %s, SoftHSM %s\n' \
+        "$(package_version wine)" "$(package_version libssl-dev)" \
+        "$(package_version "libboost$(boost_version)-dev")" "$(package_version softhsm2)"
+}
+
+package_version() {
+    dpkg-query --show --showformat='${Version}' "$1" 2>/dev/null || printf 'unknown'
+}
