@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: packages.sh [--missing] build|bench|fuzz|docs|check...
+# Installs the Debian packages that are missing: packages.sh [--missing] build|bench|fresh|fuzz|docs|check...
 # With --missing it only prints their names.
 set -euo pipefail
 
@@ -18,6 +18,7 @@ declare -A packages=(
     [bench]='
         gnutls-bin libbenchmark-dev libbotan-2-dev libgnutls28-dev libksba-dev libmbedtls-dev
         libnss3-dev libtasn1-6-dev pkgconf valgrind'
+    [fresh]='debootstrap'
     [fuzz]='clang libclang-rt-dev llvm'
     [docs]='doxygen graphviz python3-rich'
     [check]='clang-format clang-tidy cppcheck doxygen graphviz pyflakes3 shellcheck'

@@ -1,27 +1,25 @@
 # shellcheck shell=bash
 # The systems that the project is built and tested on, and what this one is. To be sourced.
 
-# system_name [FILE]: the name and version that an os-release file states, such as "debian 12".
+# system_name: name and version, such as "debian 12".
 system_name() {
     (
         ID='' VERSION_ID=''
         # shellcheck source=/dev/null
-        . "${1:-/etc/os-release}" 2>/dev/null || true
+        . /etc/os-release 2>/dev/null || true
         printf '%s' "${ID:-unknown}${VERSION_ID:+ $VERSION_ID}"
     )
 }
 
-# check_system [FILE]: fails, with one line that says what is supported, on a system that is not.
+# check_system NAME: fails, with one line that says what is supported, on a system that is not.
 check_system() {
-    local name
-    name=$(system_name "$@")
-    case $name in
+    case $1 in
     'debian 12' | 'debian 13') ;;
     'ubuntu 24.04')
-        echo "dev: Debian 12 and 13 are supported; nobody has tried $name" >&2
+        echo "dev: Debian 12 and 13 are supported; nobody has tried $1" >&2
         ;;
     *)
-        echo "dev: Debian 12 and 13 are supported, and this is $name. Try a container of debian:13" >&2
+        echo "dev: Debian 12 and 13 are supported, and this is $1. Try a container of debian:13" >&2
         return 1
         ;;
     esac

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Adds up test results: results.py [--filtered] NAME=BUILD_FOLDER...
+"""Adds up test results: results.py [--filtered] SYSTEM NAME=BUILD_FOLDER...
 
 Counts every test that a build folder declares. A GoogleTest program counts as the tests in its JSON
 file, or as one failure if it has none because it crashed or did not start; a script counts as one
-test. A test that was not run is a failure, unless the run was filtered. Prints the failures, a table
-of rooms and builds, and the totals. Ends with 1 if a test failed or none was run.
+test. A test that was not run is a failure, unless the run was filtered; so is one that was skipped and is
+not in tests/skipped.txt for the SYSTEM, such as "debian 13". Prints the failures, a table of folders and
+builds, and the totals. Ends with 1 if a test failed or none was run.
 """
 
 import json
@@ -13,6 +14,24 @@ import sys
 import xml.etree.ElementTree as ElementTree
 from collections import defaultdict
 from pathlib import Path
+
+
+SKIPPED = Path(__file__).resolve().parents[2] / "tests" / "skipped.txt"
+
+
+def listed_skips(system, file=SKIPPED):
+    """The reasons why tests are skipped on a system, by build and test. A system without releases of its
+    own in the list may skip whatever others skip."""
+    reasons = {}
+    releases = set()
+    for line in file.read_text(encoding="utf-8").splitlines():
+        if line and not line.startswith("#"):
+            on, build, test, reason = (part.strip() for part in line.split("|"))
+            reasons[build, test] = (on.split(), reason)
+            releases.update(f"debian {release}" for release in on.split())
+    release = system.removeprefix("debian ")
+    return {key: reason for key, (on, reason) in reasons.items()
+            if release in on or system not in releases}
 
 
 class Count:
@@ -25,6 +44,10 @@ class Count:
         self.passed += other.passed
         self.failed += other.failed
         self.skipped += other.skipped
+
+    def line(self):
+        return (f"{self.passed} passed, {self.failed} failed"
+                + (f", {self.skipped} skipped" if self.skipped else ""))
 
     def __str__(self):
         parts = [f"{self.passed} passed"]
@@ -56,8 +79,9 @@ def tail(text, lines=15):
     return "\n".join("    " + line for line in text.strip().splitlines()[-lines:])
 
 
-def count_program(file, status, output, complain):
-    """Counts the tests of one GoogleTest program."""
+def count_program(file, status, output, complain, skip):
+    """Counts the tests of one GoogleTest program. skip is told of each that is skipped, and says whether
+    that is as it should be."""
     count = Count()
     try:
         suites = json.loads(file.read_text(encoding="utf-8", errors="replace"))["testsuites"]
@@ -72,7 +96,10 @@ def count_program(file, status, output, complain):
                 messages = "\n".join(failure["failure"] for failure in test["failures"])
                 complain(f"{suite['name']}.{test['name']}\n{tail(messages)}")
             elif test.get("result") == "SKIPPED":
-                count.skipped += 1
+                if skip(f"{suite['name']}.{test['name']}"):
+                    count.skipped += 1
+                else:
+                    count.failed += 1
             elif test.get("status") == "RUN":
                 count.passed += 1
     if status != "run" and not count.failed:
@@ -91,9 +118,10 @@ def count_script(status, output, complain):
     return count
 
 
-def count_build(name, build, filtered):
-    """Counts by room; prints what failed."""
+def count_build(name, build, filtered, reasons):
+    """Counts by folder; prints what failed and what was skipped."""
     rooms = defaultdict(Count)
+    unseen = {test for listed, test in reasons if listed == name}
     log = f"build/logs/test-{name}.log"
     seen = outcomes(build)
     for test, labels in declared_tests(build):
@@ -105,11 +133,23 @@ def count_build(name, build, filtered):
         def complain(text, test=test):
             print(f"FAILED {name}: {test}: {text}\n    (all of its output: {log})")
 
+        def skip(skipped, complain=complain):
+            reason = reasons.get((name, skipped))
+            if not reason:
+                complain(f"{skipped} was skipped, and {SKIPPED.name} does not say why")
+                return False
+            unseen.discard(skipped)
+            print(f"skipped {name}: {skipped}: {reason}")
+            return True
+
         if "script" in labels:
             rooms[room].add(count_script(status, output, complain))
         else:
             file = build / "test-results" / f"{test}.json"
-            rooms[room].add(count_program(file, status, output, complain))
+            rooms[room].add(count_program(file, status, output, complain, skip))
+    if not filtered:
+        for test in sorted(unseen):
+            print(f"no longer skipped {name}: {test}")
     return rooms
 
 
@@ -128,17 +168,18 @@ def print_table(builds, counts):
 
 def main(arguments):
     filtered = arguments[:1] == ["--filtered"]
-    builds = dict(argument.split("=", 1) for argument in arguments[filtered:])
-    counts = {name: count_build(name, Path(folder), filtered) for name, folder in builds.items()}
+    system, *folders = arguments[filtered:]
+    builds = dict(folder.split("=", 1) for folder in folders)
+    reasons = listed_skips(system)
+    counts = {name: count_build(name, Path(folder), filtered, reasons)
+              for name, folder in builds.items()}
     total = Count()
     for by_room in counts.values():
         for count in by_room.values():
             total.add(count)
     print()
     print_table(list(builds), counts)
-    if total.skipped:
-        print(f"{total.skipped} tests were skipped")
-    print(f"{total.passed} passed, {total.failed} failed")
+    print(total.line())
     return 0 if total.passed and not total.failed else 1
 
 
