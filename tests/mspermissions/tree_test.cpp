@@ -243,7 +243,7 @@ protected:
     std::optional<DocumentedLinks> documented;
 };
 
-INSTANTIATE_TEST_SUITE_P(SeenOnce, PermissionTreeWithLinks,
+INSTANTIATE_TEST_SUITE_P(Shown, PermissionTreeWithLinks,
                          ::testing::Values(Links::asTheSystemShowsThem, Links::asDocumented));
 
 TEST_P(PermissionTreeWithLinks, GrantsTheLinksAndWhatIsInTheFoldersThatTheyLeadTo) {
