@@ -28,8 +28,12 @@ public:
 
     /// Puts an entry that allows `sid` to read in front of the DACL of a file or directory,
     /// unless some entry names `sid` already. Of a link, its own DACL is changed, not that of what
-    /// it leads to. Changes the DACL of the path itself only: owner,
-    /// group and audit list stay, and what a directory contains already does not inherit it.
+    /// it leads to. Owner, group and audit list stay, and what a directory contains already does
+    /// not inherit the entry.
+    ///
+    /// The new DACL has neither SE_DACL_PROTECTED nor SE_DACL_AUTO_INHERITED, even if the old one
+    /// had them: one that was protected from inheriting gets the inheritable entries of the
+    /// directory above it when those are next set.
     /// \throws CertStoreUpdaterError_InvalidConfiguration, as `SecurityDescriptorDacl` and
     ///   `hasPermissions` do and with "Method" = "SetFileSecurity"
     static void addPermissions(boost::filesystem::path path, const AnyPackageSid& sid);
