@@ -96,7 +96,13 @@ inline constexpr CommandText commandTexts[] = {
      "already, whether to allow or to deny. With --recursive this is done for two levels of a\n"
      "folder's contents too, not deeper. What is put into the folder later inherits the "
      "permission\n"
-     "at any depth.",
+     "at any depth.\n"
+     "\n"
+     "A link is granted itself, not what it leads to; with --recursive, what is in the folder "
+     "that\n"
+     "it leads to is granted too. A path whose permissions were protected from those of the "
+     "folders\n"
+     "above it loses that protection. Warnings name the links given and the paths that lost it.",
      "certstoreupdate grant C:\\token\\pkcs11.dll\n"
      "certstoreupdate grant C:\\token --recursive"},
 };

@@ -31,6 +31,25 @@ Handle openExisting(const std::wstring& name, DWORD access, DWORD sharing) {
     return Handle(file == INVALID_HANDLE_VALUE ? nullptr : file);
 }
 
+LinkTo linkAt(const std::wstring& path) {
+    constexpr DWORD anySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE opened =
+        CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, anySharing, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (opened == INVALID_HANDLE_VALUE)
+        return LinkTo::nothing;
+    const Handle entry(opened);
+    FILE_ATTRIBUTE_TAG_INFO information{};
+    if (!GetFileInformationByHandleEx(opened, FileAttributeTagInfo, &information,
+                                      sizeof information))
+        return LinkTo::nothing;
+    // Other reparse points are the files themselves, kept elsewhere.
+    if (!(information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ||
+        !IsReparseTagNameSurrogate(information.ReparseTag))
+        return LinkTo::nothing;
+    return information.FileAttributes & FILE_ATTRIBUTE_DIRECTORY ? LinkTo::folder : LinkTo::file;
+}
+
 std::wstring fullPath(const std::wstring& path) {
     return filled([&](wchar_t* buffer, DWORD capacity) {
         return GetFullPathNameW(path.c_str(), capacity, buffer, nullptr);

@@ -18,6 +18,14 @@ using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseAnyHandle>;
 /// Opens what exists (CreateFileW). Null, with GetLastError set, if that fails.
 Handle openExisting(const std::wstring& name, DWORD access, DWORD sharing);
 
+/// What a path names itself, before any link is followed.
+enum class LinkTo {
+    nothing, ///< no link, or the system does not tell
+    file,
+    folder
+};
+LinkTo linkAt(const std::wstring& path);
+
 /// The whole path of what may be relative; nothing needs to exist there.
 std::wstring fullPath(const std::wstring& path);
 

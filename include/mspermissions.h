@@ -27,18 +27,24 @@ public:
     static bool hasPermissions(const SecurityDescriptorDacl& descriptor, const AnyPackageSid& sid);
 
     /// Puts an entry that allows `sid` to read in front of the DACL of a file or directory,
-    /// unless some entry names `sid` already. Changes the DACL of the path itself only: owner,
-    /// group and audit list stay, and what a directory contains already does not inherit it.
+    /// unless some entry names `sid` already. Of a link, its own DACL is changed, not that of what
+    /// it leads to. Owner, group and audit list stay, and what a directory contains already does
+    /// not inherit the entry.
+    ///
+    /// The new DACL has neither SE_DACL_PROTECTED nor SE_DACL_AUTO_INHERITED, even if the old one
+    /// had them: one that was protected from inheriting gets the inheritable entries of the
+    /// directory above it when those are next set.
     /// \throws CertStoreUpdaterError_InvalidConfiguration, as `SecurityDescriptorDacl` and
     ///   `hasPermissions` do and with "Method" = "SetFileSecurity"
     static void addPermissions(boost::filesystem::path path, const AnyPackageSid& sid);
 
     /// `addPermissions` on a path and, if it is a directory or a link to one, on its entries and
-    /// on theirs, links included; nothing deeper is changed. A directory is granted before its
-    /// contents, and these in the order in which the system lists them. A failure ends the walk:
-    /// what was granted stays granted.
-    /// \throws CertStoreUpdaterError_InvalidConfiguration as `addPermissions` does
-    /// \throws boost::filesystem::filesystem_error if the type of an entry cannot be told or a
+    /// on theirs, links included; nothing deeper is changed. So what is in the directory that a
+    /// link leads to is granted, but not, by the link, that directory itself. A directory is
+    /// granted before its contents, and these in the order in which the system lists them. A
+    /// failure ends the walk: what was granted stays granted. \throws
+    /// CertStoreUpdaterError_InvalidConfiguration as `addPermissions` does \throws
+    /// boost::filesystem::filesystem_error if the type of an entry cannot be told or a
     ///   directory cannot be listed
     static void addPermissionsRecursive(boost::filesystem::path path, const AnyPackageSid& sid);
 };

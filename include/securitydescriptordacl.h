@@ -28,7 +28,9 @@ public:
 
     /// Builds a descriptor whose DACL is that of `current` with a new first entry that allows
     /// `sid` GENERIC_READ and is inherited by files and directories. The entries of `current`
-    /// follow it unchanged, in their order, even where Windows would sort them differently.
+    /// follow it unchanged, in their order, even where Windows would sort them differently. Of the
+    /// flags of the list only SE_DACL_DEFAULTED is taken over, not SE_DACL_PROTECTED and
+    /// SE_DACL_AUTO_INHERITED.
     ///
     /// \param current one that was read from a file; need not outlive the call
     /// \throws CertStoreUpdaterError_InvalidConfiguration with "Method" = the Windows function

@@ -1,6 +1,7 @@
 // Access-control lists that are unusual, wrong or too large.
 #include "mspermissions.h"
 
+#include "documentedaddace.h"
 #include "filesecurity.h"
 #include "runningonwine.h"
 #include "temporaryfolder.h"
@@ -23,6 +24,7 @@ using descriptors::entry;
 using descriptors::everyone;
 using descriptors::operator+;
 using descriptors::maskAndSid;
+using mspermissions_test::DocumentedAddAce;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
 using mspermissions_test::SecurityHook;
@@ -44,6 +46,8 @@ Bytes withSizeField(Bytes ace, WORD size) {
     std::memcpy(ace.data() + offsetof(ACE_HEADER, AceSize), &size, sizeof size);
     return ace;
 }
+
+const Thrown nothing = {"nothing", {}};
 
 /// A file whose descriptor a test makes byte by byte.
 class UnusualList : public ::testing::Test {
@@ -68,13 +72,27 @@ protected:
         return descriptors::entries(security.writes()[0].acl);
     }
 
+    static std::vector<Bytes> behindTheNewEntry(std::vector<Bytes> entries) {
+        entries.insert(entries.begin(), newEntry);
+        return entries;
+    }
+
+    /// After an attempt that Windows may refuse.
+    void expectKeptOrLeftAlone(const std::vector<Bytes>& entries, const Thrown& thrown) {
+        if (thrown == nothing) {
+            EXPECT_EQ(written(), behindTheNewEntry(entries));
+            return;
+        }
+        ASSERT_THAT(thrown.params, SizeIs(2));
+        EXPECT_THAT(thrown.params[0].second, testing::AnyOf(L"AddAce", L"IsValidAcl"));
+        EXPECT_THAT(security.writes(), IsEmpty());
+    }
+
     const AnyPackageSid sid;
     const TemporaryFolder folder;
     const std::filesystem::path file = folder.makeFile("file.txt");
     FileSecurity security;
 };
-
-const Thrown nothing = {"nothing", {}};
 
 TEST_F(UnusualList, MayHoldEntriesOfUnknownTypes) {
     const std::vector<Bytes> unknown = {
@@ -82,9 +100,7 @@ TEST_F(UnusualList, MayHoldEntriesOfUnknownTypes) {
         entry(0xFE, 0, maskAndSid(0, everyone) + Bytes(40, 0xAB)), everyoneMayRead};
     setEntries(unknown);
     EXPECT_EQ(addPermissions(), nothing);
-    std::vector<Bytes> expected = unknown;
-    expected.insert(expected.begin(), newEntry);
-    EXPECT_EQ(written(), expected);
+    EXPECT_EQ(written(), behindTheNewEntry(unknown));
 }
 
 TEST_F(UnusualList, CountsAnEntryOfUnknownTypeThatNamesThePackages) {
@@ -98,24 +114,25 @@ TEST_F(UnusualList, TakesTheFlagsOfAnObjectEntryForNoSid) {
     EXPECT_FALSE(hasPermissions());
 }
 
-TEST_F(UnusualList, EitherKeepsObjectEntriesOrIsLeftAlone) {
-    const std::vector<Bytes> objects = {
-        entry(ACCESS_ALLOWED_OBJECT_ACE_TYPE, 0, objectBody(everyone)), everyoneMayRead,
-        entry(ACCESS_DENIED_OBJECT_ACE_TYPE, 0, objectBody(everyone))};
+const std::vector<Bytes> objects = {entry(ACCESS_ALLOWED_OBJECT_ACE_TYPE, 0, objectBody(everyone)),
+                                    everyoneMayRead,
+                                    entry(ACCESS_DENIED_OBJECT_ACE_TYPE, 0, objectBody(everyone))};
+
+TEST_F(UnusualList, KeepsObjectEntriesIfTheSystemTakesThem) {
+    if (!testsupport::runningOnWine())
+        GTEST_SKIP() << "Windows puts no object entry into a list of revision 2";
+    setEntries(objects, ACL_REVISION_DS);
+    EXPECT_EQ(addPermissions(), nothing);
+    EXPECT_EQ(written(), behindTheNewEntry(objects));
+}
+
+TEST_F(UnusualList, IsLeftAloneIfTheSystemRefusesItsObjectEntries) {
     setEntries(objects, ACL_REVISION_DS);
     const Bytes before = security.descriptor(file);
-    const Thrown thrown = addPermissions();
-    if (testsupport::runningOnWine()) {
-        EXPECT_EQ(thrown, nothing);
-        std::vector<Bytes> expected = objects;
-        expected.insert(expected.begin(), newEntry);
-        EXPECT_EQ(written(), expected);
-    } else {
-        // Windows puts no object entry into a list of revision 2.
-        EXPECT_EQ(thrown, failureOf(L"AddAce", ERROR_INVALID_PARAMETER));
-        EXPECT_THAT(security.writes(), IsEmpty());
-        EXPECT_EQ(security.descriptor(file), before);
-    }
+    const DocumentedAddAce documented;
+    EXPECT_EQ(addPermissions(), failureOf(L"AddAce", ERROR_INVALID_PARAMETER));
+    EXPECT_THAT(security.writes(), IsEmpty());
+    EXPECT_EQ(security.descriptor(file), before);
 }
 
 TEST_F(UnusualList, TakesAnEntryTooSmallForTheSidForNoMatch) {
@@ -138,32 +155,40 @@ TEST_F(UnusualList, DoesNotReadASidBeyondItsLastEntry) {
     EXPECT_FALSE(hasPermissions());
 }
 
-TEST_F(UnusualList, KeepsAnEntryWithASidThatIsLongerThanItsRoom) {
+Bytes entryShorterThanItsSid() {
     Bytes tooManySubAuthorities = everyone;
-    tooManySubAuthorities[1] = 15;
-    const Bytes odd =
-        entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(1, tooManySubAuthorities) + Bytes(8, 0));
-    setEntries({odd});
+    tooManySubAuthorities[offsetof(SID, SubAuthorityCount)] = 15;
+    return entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(1, tooManySubAuthorities) + Bytes(8, 0));
+}
+
+// Of IsValidAcl it is documented only that it compares the number of entries with the length of the
+// list (Microsoft, "IsValidAcl function"). Wine's does that, another may look at their SIDs too.
+
+TEST_F(UnusualList, EitherKeepsAnEntryShorterThanItsSidOrIsLeftAlone) {
+    setEntries({entryShorterThanItsSid()});
     SecurityHook<decltype(EqualSid)> equalSid("EqualSid");
-    EXPECT_EQ(addPermissions(), nothing);
+    const Thrown thrown = addPermissions();
     EXPECT_EQ(equalSid.count(), 0u);
-    EXPECT_EQ(written(), (std::vector<Bytes>{newEntry, odd}));
+    expectKeptOrLeftAlone({entryShorterThanItsSid()}, thrown);
+}
+
+TEST_F(UnusualList, IsLeftAloneIfTheSystemFindsAnEntryShorterThanItsSid) {
+    setEntries({entryShorterThanItsSid()});
+    const Bytes before = security.descriptor(file);
+    SecurityHook<decltype(EqualSid)> equalSid("EqualSid");
+    SecurityHook<decltype(IsValidAcl)> isValidAcl("IsValidAcl");
+    isValidAcl.fail(1, FALSE, ERROR_INVALID_ACL);
+    EXPECT_EQ(addPermissions(), failureOf(L"IsValidAcl", ERROR_INVALID_ACL));
+    EXPECT_EQ(equalSid.count(), 0u);
+    EXPECT_THAT(security.writes(), IsEmpty());
+    EXPECT_EQ(security.descriptor(file), before);
 }
 
 TEST_F(UnusualList, EitherKeepsEntriesOfOddLengthOrIsLeftAlone) {
     const std::vector<Bytes> odd = {
         entry(ACCESS_ALLOWED_ACE_TYPE, 0, maskAndSid(1, everyone) + Bytes(1, 0)), everyoneMayRead};
     setEntries(odd);
-    const Thrown thrown = addPermissions();
-    if (thrown == nothing) {
-        std::vector<Bytes> expected = odd;
-        expected.insert(expected.begin(), newEntry);
-        EXPECT_EQ(written(), expected);
-    } else {
-        ASSERT_THAT(thrown.params, SizeIs(2));
-        EXPECT_THAT(thrown.params[0].second, testing::AnyOf(L"AddAce", L"IsValidAcl"));
-        EXPECT_THAT(security.writes(), IsEmpty());
-    }
+    expectKeptOrLeftAlone(odd, addPermissions());
 }
 
 TEST_F(UnusualList, MayFillWhatIsLeftOf64KiB) {
@@ -189,11 +214,10 @@ TEST_F(UnusualList, IsLeftAloneIfTheNewEntryWouldNotFitInto64KiB) {
 }
 
 TEST_F(UnusualList, MayHoldThousandsOfEntries) {
-    std::vector<Bytes> expected(3000, everyoneMayRead);
-    setEntries(expected);
+    const std::vector<Bytes> many(3000, everyoneMayRead);
+    setEntries(many);
     EXPECT_EQ(addPermissions(), nothing);
-    expected.insert(expected.begin(), newEntry);
-    EXPECT_EQ(written(), expected);
+    EXPECT_EQ(written(), behindTheNewEntry(many));
 }
 
 /// A descriptor that is wrong, and the functions that may find that out.

@@ -212,6 +212,23 @@ TEST_F(PermissionCalls, CopyEachEntryToTheNextPlaceWithItsOwnLength) {
     }
 }
 
+TEST_F(PermissionCalls, MakeAListOfRevisionTwoOfOneOfAnyRevision) {
+    const Bytes entry = descriptors::entry(ACCESS_ALLOWED_ACE_TYPE, 0,
+                                           descriptors::maskAndSid(1, descriptors::everyone));
+    security.setDescriptor(file,
+                           descriptors::descriptorWith(descriptors::acl(ACL_REVISION_DS, {entry})));
+    SecurityHook<decltype(InitializeAcl)> initializeAcl("InitializeAcl");
+    SecurityHook<decltype(AddAccessAllowedAceEx)> addAllowed("AddAccessAllowedAceEx");
+    SecurityHook<decltype(AddAce)> addAce("AddAce");
+    addPermissions();
+    ASSERT_EQ(addAce.count(), 1u);
+    EXPECT_EQ(initializeAcl.argument<2>(1), 2u);
+    EXPECT_EQ(addAllowed.argument<1>(1), 2u);
+    EXPECT_EQ(addAce.argument<1>(1), 2u);
+    ASSERT_THAT(security.writes(), SizeIs(1));
+    EXPECT_EQ(security.writes()[0].acl[0], ACL_REVISION);
+}
+
 TEST_F(PermissionCalls, CheckAndAttachTheNewList) {
     SecurityHook<decltype(InitializeAcl)> initializeAcl("InitializeAcl");
     SecurityHook<decltype(IsValidAcl)> isValidAcl("IsValidAcl");

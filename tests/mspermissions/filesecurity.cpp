@@ -34,24 +34,10 @@ FileSecurity::FileSecurity() {
     setHook_.replace([this](auto... arguments) { return set(arguments...); });
 }
 
-FileSecurity::FileId FileSecurity::identify(const wchar_t* path) {
-    const HANDLE file = CreateFileW(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        throwLastError("CreateFileW");
-    BY_HANDLE_FILE_INFORMATION information{};
-    const BOOL done = GetFileInformationByHandle(file, &information);
-    CloseHandle(file);
-    if (!done)
-        throwLastError("GetFileInformationByHandle");
-    return {information.dwVolumeSerialNumber, information.nFileIndexHigh,
-            information.nFileIndexLow};
-}
-
 const Bytes* FileSecurity::kept(const wchar_t* path) const {
     if (kept_.empty() || GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES)
         return nullptr;
-    const auto found = kept_.find(identify(path));
+    const auto found = kept_.find(EntryId(path));
     return found == kept_.end() ? nullptr : &found->second;
 }
 
@@ -83,7 +69,7 @@ BOOL FileSecurity::set(LPCWSTR path, SECURITY_INFORMATION information,
     } else {
         Bytes bytes = descriptors::daclOnly(descriptor);
         descriptors::mapGenericRights(bytes);
-        kept_[identify(path)] = bytes;
+        kept_[EntryId(path)] = bytes;
     }
     if (afterWrite_)
         afterWrite_(name);
@@ -94,13 +80,13 @@ void FileSecurity::setDacl(const std::filesystem::path& path, const std::wstring
     Bytes bytes = descriptors::fromSddl(sddl);
     descriptors::mapGenericRights(bytes);
     if (testsupport::runningOnWine())
-        kept_[identify(path.c_str())] = bytes;
+        kept_[EntryId(path.native())] = bytes;
     else if (!SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, bytes.data()))
         throwLastError("SetFileSecurityW");
 }
 
 void FileSecurity::setDescriptor(const std::filesystem::path& path, const Bytes& descriptor) {
-    kept_[identify(path.c_str())] = descriptor;
+    kept_[EntryId(path.native())] = descriptor;
 }
 
 Bytes FileSecurity::descriptor(const std::filesystem::path& path) {

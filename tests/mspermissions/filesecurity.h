@@ -2,6 +2,7 @@
 #pragma once
 
 #include "descriptors.h"
+#include "entryid.h"
 #include "importhook.h"
 
 #include <windows.h>
@@ -32,9 +33,10 @@ public:
 /// long as it exists.
 ///
 /// On Windows the calls go on to the system. Wine keeps of a DACL only what Unix permissions can
-/// say, so there this object keeps the DACLs of existing files, whatever name or link leads to
-/// them, with generic rights mapped as file systems map them; the DACL that a file has at first
-/// and all errors are Wine's.
+/// say, so there this object keeps the DACLs of existing files, with generic rights mapped as file
+/// systems map them; the DACL that a file has at first and all errors are Wine's. A link has a DACL
+/// of its own, since both functions act on a link itself (Microsoft, "Symbolic Link Effects on File
+/// Systems Functions").
 class FileSecurity {
 public:
     FileSecurity();
@@ -68,20 +70,12 @@ public:
     void forgetCalls();
 
 private:
-    struct FileId {
-        DWORD volume;
-        DWORD high;
-        DWORD low;
-        auto operator<=>(const FileId&) const = default;
-    };
-
-    static FileId identify(const wchar_t* path);
     const Bytes* kept(const wchar_t* path) const;
     BOOL get(LPCWSTR path, SECURITY_INFORMATION information, PSECURITY_DESCRIPTOR buffer,
              DWORD size, LPDWORD needed);
     BOOL set(LPCWSTR path, SECURITY_INFORMATION information, PSECURITY_DESCRIPTOR descriptor);
 
-    std::map<FileId, Bytes> kept_;
+    std::map<EntryId, Bytes> kept_;
     std::vector<std::wstring> reads_;
     std::vector<Write> writes_;
     std::function<void(const std::wstring&)> afterWrite_;

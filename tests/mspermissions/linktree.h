@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace mspermissions_test {
 
@@ -54,6 +55,9 @@ public:
         return (path_ / name).make_preferred();
     }
     std::filesystem::path root() const { return at("root"); }
+    std::vector<std::filesystem::path> links() const {
+        return {at("root/loop"), at("root/outside"), at("root/file")};
+    }
 
 private:
     static std::filesystem::path programFolder() {

@@ -112,6 +112,21 @@ TEST_F(AddPermissions, WritesTheDaclAlone) {
     EXPECT_EQ(security.writes()[0].information, SECURITY_INFORMATION{DACL_SECURITY_INFORMATION});
 }
 
+TEST_F(AddPermissions, WritesAListThatIsNeitherProtectedNorMarkedAsInherited) {
+    security.setDescriptor(file, descriptors::fromSddl(L"D:PAI(A;;FA;;;WD)"));
+    addPermissions(file);
+    ASSERT_THAT(security.writes(), SizeIs(1));
+    EXPECT_EQ(security.writes()[0].sddl, canonical(L"D:(A;OICI;GR;;;S-1-15-2-1)(A;;FA;;;WD)"));
+    EXPECT_EQ(security.dacl(file), canonical(L"D:(A;OICI;FR;;;S-1-15-2-1)(A;;FA;;;WD)"));
+}
+
+TEST_F(AddPermissions, LeavesAListProtectedThatNamesThePackagesAlready) {
+    security.setDescriptor(file, descriptors::fromSddl(L"D:PAI(A;;FR;;;S-1-15-2-1)"));
+    addPermissions(file);
+    EXPECT_THAT(security.writes(), IsEmpty());
+    EXPECT_EQ(security.dacl(file), canonical(L"D:PAI(A;;FR;;;S-1-15-2-1)"));
+}
+
 TEST_F(AddPermissions, ChangesNothingTheSecondTime) {
     security.setDacl(file, L"D:(A;;FA;;;WD)");
     addPermissions(file);
@@ -282,18 +297,29 @@ private:
     std::vector<HANDLE> instances_;
 };
 
+std::wstring pipeName() {
+    return L"\\\\.\\pipe\\certstoreupdater test " + std::to_wstring(GetCurrentProcessId());
+}
+
 TEST(PermissionsOnRealCalls, AreAddedOnceInFrontOfTheOthers) {
-    const std::wstring name =
-        L"\\\\.\\pipe\\certstoreupdater test " + std::to_wstring(GetCurrentProcessId());
-    const NamedPipe pipe(name, L"D:(D;;0x100;;;BG)(A;;FA;;;WD)");
+    const NamedPipe pipe(pipeName(), L"D:(D;;0x100;;;BG)(A;;FA;;;WD)");
     ASSERT_TRUE(pipe.isOpen());
     const std::wstring granted =
         canonical(L"D:(A;OICI;FR;;;S-1-15-2-1)(D;;0x100;;;BG)(A;;FA;;;WD)");
     const AnyPackageSid sid;
-    MSPermissionsUtils::addPermissions(name, sid);
+    MSPermissionsUtils::addPermissions(pipeName(), sid);
     EXPECT_EQ(pipe.dacl(), granted);
-    MSPermissionsUtils::addPermissions(name, sid);
+    MSPermissionsUtils::addPermissions(pipeName(), sid);
     EXPECT_EQ(pipe.dacl(), granted);
+}
+
+TEST(PermissionsOnRealCalls, TakeTheProtectionFromAList) {
+    const NamedPipe pipe(pipeName(), L"D:P(A;;FA;;;WD)");
+    ASSERT_TRUE(pipe.isOpen());
+    ASSERT_EQ(pipe.dacl(), canonical(L"D:P(A;;FA;;;WD)"));
+    const AnyPackageSid sid;
+    MSPermissionsUtils::addPermissions(pipeName(), sid);
+    EXPECT_EQ(pipe.dacl(), canonical(L"D:(A;OICI;FR;;;S-1-15-2-1)(A;;FA;;;WD)"));
 }
 
 TEST(PermissionsOnRealCalls, AreTakenByAFile) {

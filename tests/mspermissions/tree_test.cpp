@@ -1,6 +1,7 @@
 // Permissions of directory trees.
 #include "mspermissions.h"
 
+#include "documentedlinks.h"
 #include "filesecurity.h"
 #include "linktree.h"
 #include "runningonwine.h"
@@ -14,13 +15,17 @@
 
 #include <windows.h>
 
+#include <initializer_list>
 #include <memory>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
 namespace {
 
 using descriptors::canonical;
+using mspermissions_test::DocumentedLinks;
 using mspermissions_test::failureOf;
 using mspermissions_test::FileSecurity;
 using mspermissions_test::library;
@@ -196,46 +201,82 @@ TEST_F(PermissionTree, ReportsAnEmptyPathAsTheSystemDoes) {
               failureOf(L"GetFileSecurity", error));
 }
 
-class PermissionTreeWithLinks : public ::testing::Test {
+/// How the library sees the links of a tree.
+enum class Links {
+    asTheSystemShowsThem, ///< Wine shows what they lead to
+    asDocumented
+};
+
+void PrintTo(Links links, std::ostream* out) {
+    *out << (links == Links::asDocumented ? "as documented" : "as the system shows them");
+}
+
+class PermissionTreeWithLinks : public ::testing::TestWithParam<Links> {
 protected:
     void SetUp() override {
         if (!tree.isComplete())
             GTEST_SKIP() << "making links takes a privilege, or the system's developer mode";
+        if (GetParam() == Links::asDocumented)
+            documented.emplace(library(), tree.links());
         for (const char* name :
-             {"root", "root/inside", "root/inside/deep", "root/inside/deep/deeper.txt", "target",
-              "target/target.txt", "target/sub", "target/sub/subfile.txt", "other",
-              "other/other.txt"})
+             {"root", "root/inside", "root/inside/deep", "root/inside/deep/deeper.txt", "root/loop",
+              "root/outside", "root/file", "target", "target/target.txt", "target/sub",
+              "target/sub/subfile.txt", "other", "other/other.txt"})
             security.setDacl(tree.at(name), plain);
+    }
+
+    void addPermissionsRecursive(const path& start) {
+        MSPermissionsUtils::addPermissionsRecursive(start.c_str(), sid);
+    }
+    void expectGranted(std::initializer_list<const char*> names) {
+        for (const char* name : names)
+            EXPECT_EQ(security.dacl(tree.at(name)), canonical(granted)) << name;
+    }
+    void expectPlain(std::initializer_list<const char*> names) {
+        for (const char* name : names)
+            EXPECT_EQ(security.dacl(tree.at(name)), canonical(plain)) << name;
     }
 
     const AnyPackageSid sid;
     const LinkTree tree;
     FileSecurity security;
+    std::optional<DocumentedLinks> documented;
 };
 
-TEST_F(PermissionTreeWithLinks, GrantsWhatTheLinksLeadTo) {
-    MSPermissionsUtils::addPermissionsRecursive(tree.root().c_str(), sid);
-    for (const char* name : {"root", "root/inside", "root/inside/deep", "target",
-                             "target/target.txt", "target/sub", "other/other.txt"})
-        EXPECT_EQ(security.dacl(tree.at(name)), canonical(granted)) << name;
-    for (const char* name : {"root/inside/deep/deeper.txt", "target/sub/subfile.txt", "other"})
-        EXPECT_EQ(security.dacl(tree.at(name)), canonical(plain)) << name;
+INSTANTIATE_TEST_SUITE_P(Shown, PermissionTreeWithLinks,
+                         ::testing::Values(Links::asTheSystemShowsThem, Links::asDocumented));
+
+TEST_P(PermissionTreeWithLinks, GrantsTheLinksAndWhatIsInTheFoldersThatTheyLeadTo) {
+    addPermissionsRecursive(tree.root());
+    expectGranted({"root", "root/inside", "root/inside/deep", "root/loop", "root/outside",
+                   "root/file", "target/target.txt", "target/sub"});
+    expectPlain({"root/inside/deep/deeper.txt", "target/sub/subfile.txt", "other"});
 }
 
-TEST_F(PermissionTreeWithLinks, EndsInACycle) {
-    MSPermissionsUtils::addPermissionsRecursive(tree.root().c_str(), sid);
-    // Each file is written once, by whatever path it was met first.
-    EXPECT_THAT(security.writes(), SizeIs(7));
+TEST_P(PermissionTreeWithLinks, DoesNotGrantWhatTheLinksThemselvesLeadTo) {
+    addPermissionsRecursive(tree.root());
+    expectPlain({"target", "other/other.txt"});
+}
+
+TEST_P(PermissionTreeWithLinks, EndsInACycle) {
+    addPermissionsRecursive(tree.root());
+    // Each entry is written once, by whatever path it was met first.
+    EXPECT_THAT(security.writes(), SizeIs(8));
     // root, its four entries, and those of inside (1), outside (2) and loop (4).
     EXPECT_THAT(security.reads(), SizeIs(12));
     EXPECT_THAT(security.reads(), testing::Contains(tree.at("root/loop/loop").native()));
 }
 
-TEST_F(PermissionTreeWithLinks, MayBeginAtALink) {
-    MSPermissionsUtils::addPermissionsRecursive(tree.at("root/outside").c_str(), sid);
-    for (const char* name : {"target", "target/target.txt", "target/sub", "target/sub/subfile.txt"})
-        EXPECT_EQ(security.dacl(tree.at(name)), canonical(granted)) << name;
-    EXPECT_EQ(security.dacl(tree.root()), canonical(plain));
+TEST_P(PermissionTreeWithLinks, MayBeginAtALinkToAFolder) {
+    addPermissionsRecursive(tree.at("root/outside"));
+    expectGranted({"root/outside", "target/target.txt", "target/sub", "target/sub/subfile.txt"});
+    expectPlain({"root", "target"});
+}
+
+TEST_P(PermissionTreeWithLinks, MayBeginAtALinkToAFile) {
+    addPermissionsRecursive(tree.at("root/file"));
+    EXPECT_THAT(security.writtenPaths(), ElementsAre(tree.at("root/file").native()));
+    expectPlain({"other/other.txt"});
 }
 
 /// A tree of seven paths, of which a test lets one fail.
@@ -315,16 +356,21 @@ TEST_F(BrokenPermissionTree, PassesOverADirectoryThatVanishesOnceItIsGranted) {
     EXPECT_THAT(security.writtenPaths(), ElementsAre(paths[0], paths[1], paths[4], paths[5]));
 }
 
-/// Makes CreateFileW fail for the library if it opens a path with these rights.
+/// Makes CreateFileW fail for the library if it opens a path to list what is in it, or if it opens
+/// the path to ask about it. Which rights it asks for then depends on Boost's version; all but the
+/// one to list tell about the path itself.
 class UnopenablePath {
 public:
-    UnopenablePath(const path& file, DWORD access, DWORD error) {
-        hook_.replace([this, file, access, error](LPCWSTR name, DWORD wanted, auto... others) {
-            if (name == file.native() && wanted == access) {
+    enum class To { list, ask };
+
+    UnopenablePath(const path& file, To purpose, DWORD error) {
+        hook_.replace([this, file, purpose, error](LPCWSTR name, DWORD access, auto... others) {
+            const To its = access & FILE_LIST_DIRECTORY ? To::list : To::ask;
+            if (name == file.native() && its == purpose) {
                 SetLastError(error);
                 return INVALID_HANDLE_VALUE;
             }
-            return hook_.original(name, wanted, others...);
+            return hook_.original(name, access, others...);
         });
     }
 
@@ -354,7 +400,7 @@ protected:
     /// from that, so there the call fails that opens the folder.
     void forbidListing(const path& unlistable) {
         if (testsupport::runningOnWine())
-            unopenable = std::make_unique<UnopenablePath>(unlistable, FILE_LIST_DIRECTORY,
+            unopenable = std::make_unique<UnopenablePath>(unlistable, UnopenablePath::To::list,
                                                           ERROR_ACCESS_DENIED);
         else
             security.setDacl(unlistable, L"D:(D;;0x1;;;WD)(A;;FA;;;WD)");
@@ -387,7 +433,7 @@ TEST_F(UnlistableFolder, EndsTheWalkEvenIfNothingInItWouldBeGranted) {
 }
 
 TEST_F(BrokenPermissionTree, EndsWithAFileSystemErrorIfATypeCannotBeTold) {
-    const UnopenablePath unopenable(root / "a", FILE_READ_ATTRIBUTES, ERROR_GEN_FAILURE);
+    const UnopenablePath unopenable(root / "a", UnopenablePath::To::ask, ERROR_GEN_FAILURE);
     const auto failure = fileSystemFailureOf([&] { addPermissionsRecursive(root); });
     EXPECT_EQ(failure.code, ERROR_GEN_FAILURE);
     EXPECT_EQ(failure.file, (root / "a").native());

@@ -1,5 +1,5 @@
-// Redirects a function that a loaded module imports, for the length of a scope: to record its
-// calls, to fail one of them, or to answer them.
+// Redirects a function that a loaded module imports or has a pointer to, for the length of a scope:
+// to record its calls, to fail one of them, or to answer them.
 #pragma once
 
 #include "importslot.h"
@@ -51,7 +51,11 @@ public:
     /// \throws std::logic_error if all functions of the signature are in use
     ImportHook(void* module, std::string_view dll, std::string_view function,
                CallLog* log = nullptr)
-        : name_(function), slot_(module, dll, function),
+        : ImportHook(ImportSlot(module, dll, function), function, log) {}
+
+    /// The same for what a slot has found.
+    ImportHook(ImportSlot slot, std::string_view function, CallLog* log = nullptr)
+        : name_(function), slot_(std::move(slot)),
           original_(reinterpret_cast<Function*>(slot_.target())), log_(log) {
         trampoline_ = takeTrampoline(this);
         slot_.redirect(reinterpret_cast<ImportSlot::Address>(trampolines[trampoline_]));

@@ -106,6 +106,27 @@ TEST(ImportHook, RefusesAFunctionThatTheModuleDoesNotImport) {
     EXPECT_THROW(DivideHook(thisProgram(), "nosuch.dll", "MulDiv"), std::invalid_argument);
 }
 
+/// What a program keeps that looks a function up once and calls it later.
+volatile Divide lookedUp = nullptr;
+
+TEST(ImportHook, SeesCallsThroughAPointerThatTheModuleLookedUp) {
+    lookedUp = reinterpret_cast<Divide>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "MulDiv")));
+    {
+        DivideHook hook(ImportSlot::ofPointers(thisProgram(), "kernel32.dll", "MulDiv"), "MulDiv");
+        hook.replace([&hook](int a, int b, int c) { return 100 + hook.original(a, b, c); });
+        EXPECT_EQ(lookedUp(6, 4, 3), 108);
+    }
+    EXPECT_EQ(lookedUp(6, 4, 3), 8);
+}
+
+TEST(ImportHook, RefusesAPointerThatTheModuleDoesNotHave) {
+    EXPECT_THROW(ImportSlot::ofPointers(thisProgram(), "kernel32.dll", "GetFirmwareType"),
+                 std::invalid_argument);
+    EXPECT_THROW(ImportSlot::ofPointers(thisProgram(), "kernel32.dll", "NoSuchFunction"),
+                 std::invalid_argument);
+}
+
 TEST(ImportHook, RefusesMoreHooksOfOneSignatureThanItCanTellApart) {
     std::vector<std::unique_ptr<DivideHook>> hooks;
     const auto addHook = [&hooks] {

@@ -1,9 +1,12 @@
-// Import tables as they lie in memory: PE Format, "The .idata Section".
+// Import tables and variables as they lie in memory: PE Format, "The .idata Section" and "Section
+// Table".
 #include "importslot.h"
 
 #include <windows.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -22,15 +25,26 @@ public:
 
     /// The first import descriptor, or null if the module imports nothing.
     const IMAGE_IMPORT_DESCRIPTOR* imports() const {
-        const auto* dos = at<const IMAGE_DOS_HEADER>(0);
-        const auto* nt = at<const IMAGE_NT_HEADERS>(static_cast<DWORD>(dos->e_lfanew));
         const IMAGE_DATA_DIRECTORY& directory =
-            nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+            headers()->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
         return directory.Size == 0 ? nullptr
                                    : at<const IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress);
     }
 
+    std::span<const IMAGE_SECTION_HEADER> sections() const {
+        const IMAGE_FILE_HEADER& header = headers()->FileHeader;
+        const auto* optional =
+            static_cast<const unsigned char*>(static_cast<const void*>(&headers()->OptionalHeader));
+        const void* first = optional + header.SizeOfOptionalHeader;
+        return {static_cast<const IMAGE_SECTION_HEADER*>(first), header.NumberOfSections};
+    }
+
 private:
+    const IMAGE_NT_HEADERS* headers() const {
+        const auto* dos = at<const IMAGE_DOS_HEADER>(0);
+        return at<const IMAGE_NT_HEADERS>(static_cast<DWORD>(dos->e_lfanew));
+    }
+
     unsigned char* base_;
 };
 
@@ -71,6 +85,21 @@ std::vector<ImportSlot::Address*> findEntries(void* module, std::string_view dll
     return entries;
 }
 
+std::vector<ImportSlot::Address*> findVariables(void* module, ImportSlot::Address value) {
+    std::vector<ImportSlot::Address*> variables;
+    const Image image(module);
+    for (const IMAGE_SECTION_HEADER& section : image.sections()) {
+        if (!(section.Characteristics & IMAGE_SCN_MEM_WRITE))
+            continue;
+        auto* variable = image.at<ImportSlot::Address>(section.VirtualAddress);
+        const std::size_t count = section.Misc.VirtualSize / sizeof *variable;
+        for (auto* end = variable + count; variable != end; ++variable)
+            if (*variable == value)
+                variables.push_back(variable);
+    }
+    return variables;
+}
+
 /// Makes an entry writable for the length of a scope.
 class Unprotected {
 public:
@@ -94,6 +123,15 @@ ImportSlot::ImportSlot(void* module, std::string_view dll, std::string_view func
     if (entries_.empty())
         throw std::invalid_argument("the module does not import " + std::string(function) +
                                     " from " + std::string(dll));
+}
+
+ImportSlot ImportSlot::ofPointers(void* module, const char* dll, const char* function) {
+    const auto address = reinterpret_cast<Address>(GetProcAddress(GetModuleHandleA(dll), function));
+    ImportSlot slot(address ? findVariables(module, address) : std::vector<Address*>());
+    if (slot.entries_.empty())
+        throw std::invalid_argument("the module has no pointer to " + std::string(function) +
+                                    " of " + dll);
+    return slot;
 }
 
 void ImportSlot::redirect(Address newTarget) {

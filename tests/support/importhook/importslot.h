@@ -2,13 +2,15 @@
 #pragma once
 
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
 
 /// All entries of one module's import table for one function of one DLL. Changing them affects this
 /// module's calls only, and only those made through the table: not calls through pointers that it
-/// took earlier, as a compiler may do for all calls within one function.
+/// took earlier, as a compiler may do for all calls within one function. Pointers that it keeps in
+/// variables can be changed in the same way.
 class ImportSlot {
 public:
     using Address = void (*)();
@@ -18,6 +20,14 @@ public:
     /// \param function the function's name; imports by ordinal are not found
     /// \throws std::invalid_argument if the module does not import the function
     ImportSlot(void* module, std::string_view dll, std::string_view function);
+
+    /// The variables of a module that hold the address of a function, which it has from
+    /// GetProcAddress, in place of entries of the import table.
+    /// \param module as above
+    /// \param dll a loaded DLL's name
+    /// \param function the name of a function that the DLL exports
+    /// \throws std::invalid_argument if no variable holds the function's address
+    static ImportSlot ofPointers(void* module, const char* dll, const char* function);
 
     /// Where the module's calls go now.
     Address target() const noexcept { return *entries_.front(); }
@@ -30,6 +40,8 @@ public:
     static bool exists(void* module, std::string_view dll, std::string_view function);
 
 private:
+    explicit ImportSlot(std::vector<Address*> entries) : entries_(std::move(entries)) {}
+
     std::vector<Address*> entries_; // more than one if the DLL is named more than once
 };
 
