@@ -5,10 +5,10 @@
 #include "mspermissions.h"
 
 #include "descriptors.h"
+#include "filesecurity.h"
 #include "importslot.h"
 #include "installedcsp.h"
 #include "onallthreads.h"
-#include "runningonwine.h"
 #include "signedfiles.h"
 #include "temporaryfolder.h"
 
@@ -50,11 +50,11 @@ bool isTrusted(const wchar_t* file) {
     }
 }
 
-/// Keeps the DACLs of files by their paths, where the system cannot: under Wine.
+/// Keeps the DACLs of files by their paths, where the system does not.
 class KeptDacls {
 public:
     KeptDacls() {
-        if (!testsupport::runningOnWine())
+        if (mspermissions_test::filesKeepDacls())
             return;
         const HMODULE library = GetModuleHandleW(L"certstoreupdater.dll");
         ImportSlot(library, "advapi32.dll", "GetFileSecurityW")

@@ -2,8 +2,10 @@
 #include "filesecurity.h"
 
 #include "runningonwine.h"
+#include "temporaryfolder.h"
 
 #include <cstring>
+#include <fstream>
 #include <system_error>
 
 namespace mspermissions_test {
@@ -23,7 +25,24 @@ Bytes realDescriptor(const wchar_t* path) {
     return bytes;
 }
 
+/// Tried with a file: whether what is granted to all application packages is still there
+/// afterwards.
+bool tryToKeepADacl() {
+    const testsupport::TemporaryFolder folder;
+    const std::filesystem::path file = folder.path() / "file";
+    std::ofstream(file) << "contents";
+    Bytes granted = descriptors::fromSddl(L"D:(A;;FR;;;AC)(A;;FA;;;WD)");
+    return SetFileSecurityW(file.c_str(), DACL_SECURITY_INFORMATION, granted.data()) &&
+           descriptors::toSddl(realDescriptor(file.c_str()).data()).find(L";AC)") !=
+               std::wstring::npos;
+}
+
 } // namespace
+
+bool filesKeepDacls() {
+    static const bool answer = !testsupport::runningOnWine() || tryToKeepADacl();
+    return answer;
+}
 
 HMODULE library() {
     return GetModuleHandleW(L"certstoreupdater.dll");
@@ -62,7 +81,7 @@ BOOL FileSecurity::set(LPCWSTR path, SECURITY_INFORMATION information,
     const std::wstring name = path;
     writes_.push_back(
         {name, information, descriptors::toSddl(descriptor), descriptors::aclBytes(descriptor)});
-    const bool keep = testsupport::runningOnWine() || kept(path);
+    const bool keep = !filesKeepDacls() || kept(path);
     if (!keep || GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES) {
         if (!setHook_.original(path, information, descriptor))
             return FALSE;
@@ -79,7 +98,7 @@ BOOL FileSecurity::set(LPCWSTR path, SECURITY_INFORMATION information,
 void FileSecurity::setDacl(const std::filesystem::path& path, const std::wstring& sddl) {
     Bytes bytes = descriptors::fromSddl(sddl);
     descriptors::mapGenericRights(bytes);
-    if (testsupport::runningOnWine())
+    if (!filesKeepDacls())
         kept_[EntryId(path.native())] = bytes;
     else if (!SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, bytes.data()))
         throwLastError("SetFileSecurityW");

@@ -18,6 +18,9 @@ namespace mspermissions_test {
 
 using descriptors::Bytes;
 
+/// Whether this system keeps the DACLs of files as they are set: Windows does, Wine is asked.
+bool filesKeepDacls();
+
 /// The module whose imports are redirected.
 HMODULE library();
 
@@ -33,10 +36,10 @@ public:
 /// long as it exists.
 ///
 /// On Windows the calls go on to the system. Wine keeps of a DACL only what Unix permissions can
-/// say, so there this object keeps the DACLs of existing files, with generic rights mapped as file
-/// systems map them; the DACL that a file has at first and all errors are Wine's. A link has a DACL
-/// of its own, since both functions act on a link itself (Microsoft, "Symbolic Link Effects on File
-/// Systems Functions").
+/// say; where it does so, this object keeps the DACLs of existing files, with generic rights mapped
+/// as file systems map them; the DACL that a file has at first and all errors are Wine's. A link
+/// has a DACL of its own, since both functions act on a link itself (Microsoft, "Symbolic Link
+/// Effects on File Systems Functions").
 class FileSecurity {
 public:
     FileSecurity();
