@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <utility>
 
 namespace updater {
 
@@ -82,11 +83,15 @@ private:
     /// Follows the token until it cannot be read any more or this is to end.
     /// \returns false if there is no token
     bool follow() {
-        lastSeen_ = Presence::unknown;
+        const bool wasAbsent = std::exchange(lastSeen_, Presence::unknown) == Presence::absent;
         hasRead_ = false;
         try {
-            const auto unloadFailure =
-                withToken(module_, [&](Token& token) { followPresent(token); });
+            const auto unloadFailure = withToken(module_, [&](Token& token) {
+                // What failed without the token is not the fault of the one that has returned.
+                if (wasAbsent)
+                    backoff_.reset();
+                followPresent(token);
+            });
             if (unloadFailure)
                 output_.fail(*unloadFailure);
         } catch (const Failure& failure) {

@@ -8,7 +8,8 @@ use_wine_prefix() {
     export WINEARCH=win64
     export WINEDEBUG=${WINEDEBUG:--all}
     # Without the debugger a crash ends the program at once.
-    export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winedbg.exe=d}
+    export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winedbg.exe=d;winex11.drv,winewayland.drv=d}
+    unset DISPLAY WAYLAND_DISPLAY
     # In other locales than UTF-8 Wine does not find all file names.
     export LC_ALL=C.UTF-8
     # For tests of packages: a program that comes with all its DLLs must not find others.

@@ -58,12 +58,16 @@ if (($(id -u) != 0)); then
     as_root=(sudo "${as_root[@]}")
 fi
 
-# An earlier run may have been interrupted, and another program may be installing packages.
-"${as_root[@]}" dpkg --configure -a
+# Another program may be installing packages.
 apt_get=("${as_root[@]}" apt-get -o DPkg::Lock::Timeout=600 -o Acquire::Retries=3)
 is_updated=1
 "${apt_get[@]}" -o APT::Update::Error-Mode=any update || is_updated=
-"${apt_get[@]}" install --yes --no-install-recommends --no-remove "${missing[@]}" && exit
+install_missing() {
+    "${apt_get[@]}" install --yes --no-install-recommends --no-remove "${missing[@]}"
+}
+install_missing && exit
+# An earlier run may have been interrupted while dpkg was at work.
+"${as_root[@]}" dpkg --configure -a && install_missing && exit
 [[ $is_updated ]] ||
     give_up "packages cannot be fetched: apt-get update failed. Is there a network? Missing: ${missing[*]}"
 give_up "apt-get cannot install ${missing[*]}"

@@ -12,7 +12,7 @@ import json
 import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
-from collections import defaultdict
+from collections import Counter, defaultdict
 from pathlib import Path
 
 
@@ -63,7 +63,11 @@ def declared_tests(build):
     output = subprocess.run(
         ["ctest", "--test-dir", str(build), "--show-only=json-v1"],
         check=True, capture_output=True, text=True).stdout
-    for test in json.loads(output)["tests"]:
+    tests = json.loads(output)["tests"]
+    repeated = {name for name, count in Counter(test["name"] for test in tests).items() if count > 1}
+    if repeated:
+        sys.exit(f"results: {build} has several tests of one name: {', '.join(sorted(repeated))}")
+    for test in tests:
         properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
         yield test["name"], properties.get("LABELS", ["other"])
 

@@ -43,8 +43,8 @@ stop_ticker() {
     trap - EXIT
 }
 
-# once NAME RESULT FILE... -- COMMAND...: a step that is skipped while the result exists and the files
-# are what they were when the step last succeeded.
+# once NAME RESULT FILE... -- COMMAND...: a step that is skipped while the result exists, and the files and the
+# compilers and libraries are what they were when the step last succeeded.
 once() {
     local name=$1 result=$root/$2 files=() stamp print
     shift 2
@@ -54,7 +54,7 @@ once() {
     done
     shift
     stamp=$stamp_folder/${name// /-}
-    print=$(cd "$root" && sha256sum "${files[@]}")
+    print=$(versions 2>/dev/null; cd "$root" && sha256sum "${files[@]}")
     if [[ -e $result && -f $stamp && $(<"$stamp") == "$print" ]]; then
         report_step "$name" skipped 0
         return

@@ -52,7 +52,10 @@ protected:
     template <class End>
     Outcome brokenOff(End end) {
         for (int attempt = 0; attempt != 10; ++attempt) {
-            testsupport::RunningUpdater updater(start(commandLine(L"sync", {L"--verbose"})));
+            testsupport::Start sync = start(commandLine(L"sync", {L"--verbose"}));
+            // Where stores have the compatibility layer, they wait for the end.
+            sync.environment[L"CSU_STORE_WAITS_AT"] = std::to_wstring(many / 2);
+            testsupport::RunningUpdater updater(sync);
             updater.waitForErrors(" added ");
             try {
                 end(updater);

@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import uuid
 from pathlib import Path
 
 from wcwidth import wcswidth, wcwidth
@@ -22,7 +23,7 @@ WINE = os.environ["CSU_WINE"]
 
 # One that is installed, so that there is no warning.
 CSP = "Microsoft Enhanced Cryptographic Provider v1.0"
-STORE = f"CSU-Terminal-{os.getpid()}"
+STORE = f"CSU-Terminal-{uuid.uuid4()}"
 
 
 def windows_path(path):
@@ -49,12 +50,12 @@ class TerminalTest(unittest.TestCase):
         self.addCleanup(self.erase_store)
         self.script = ["slot pin=1234", f"record {windows_path(self.folder / 'calls')}"]
 
-    def put_certificate(self, container, label, subject, has_key=True):
+    def put_certificate(self, container, label, subject, has_key=True, options=()):
         """A certificate on the token; the subject is as openssl wants it."""
         file = self.folder / f"{container}.der"
         subprocess.run(["openssl", "req", "-x509", "-utf8", "-subj", subject, "-days", "3650",
                         "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-                        "-keyout", "/dev/null", "-outform", "DER", "-out", str(file)],
+                        "-keyout", "/dev/null", "-outform", "DER", "-out", str(file), *options],
                        check=True, capture_output=True)
         label = label.replace(" ", "%20")
         self.script.append(f"certificate value=@{windows_path(file)} id={container} label={label}")
@@ -63,7 +64,8 @@ class TerminalTest(unittest.TestCase):
 
     def put_many_certificates(self, count):
         """So many with keys, which differ in their serial numbers only."""
-        self.put_certificate("00", "Signature", "/CN=Somebody")
+        self.put_certificate("00", "Signature", "/CN=Somebody",
+                             options=["-set_serial", "0x" + 20 * "41"])
         del self.script[-2:]
         one = (self.folder / "00.der").read_bytes()
         # Behind the version: an INTEGER of twenty octets.

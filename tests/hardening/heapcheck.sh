@@ -20,7 +20,7 @@ trap 'rm -f "$errors"' EXIT
 status=0
 WINEDEBUG=-all,err+heap,warn+heap "$root/cmake/runwine.sh" "$CSU_BUILD/bin/$checked" "$@" \
     2>"$errors" || status=$?
-if grep --extended-regexp '(err|warn):heap:' "$errors" | sort | uniq --count | head -n 20 | grep .; then
+if grep --extended-regexp '(err|warn):heap:' "$errors" | sort | uniq --count | sed -n 1,20p | grep .; then
     echo "$program: the heap is not as it should be"
     exit 1
 fi

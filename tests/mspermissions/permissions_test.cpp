@@ -327,7 +327,7 @@ TEST(PermissionsOnRealCalls, AreTakenByAFile) {
     const AnyPackageSid sid;
     EXPECT_NO_THROW(MSPermissionsUtils::addPermissions(file.c_str(), sid));
     EXPECT_NO_THROW(SecurityDescriptorDacl(file.native()));
-    if (!filesKeepDacls())
+    if (!mspermissions_test::filesKeepDacls())
         return;
     EXPECT_TRUE(MSPermissionsUtils::hasPermissions(SecurityDescriptorDacl(file.native()), sid));
 }

@@ -446,7 +446,7 @@ TEST(PermissionTreeOnRealCalls, IsWalkedToItsEnd) {
     const path root = folder.path() / "root";
     const AnyPackageSid sid;
     ASSERT_NO_THROW(MSPermissionsUtils::addPermissionsRecursive(root.c_str(), sid));
-    if (!filesKeepDacls())
+    if (!mspermissions_test::filesKeepDacls())
         return;
     const auto has = [&](const path& at) {
         return MSPermissionsUtils::hasPermissions(SecurityDescriptorDacl(at.native()), sid);

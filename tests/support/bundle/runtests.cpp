@@ -4,6 +4,8 @@
 // In its folder lie tests.txt, which names the programs, one on each line; bin, with the programs
 // and all that they load; and softhsm2.dll. It leaves report.txt there, and the folder results with
 // the output and the results of each program.
+#include "createprocess.h"
+
 #include <nlohmann/json.hpp>
 
 #include <windows.h>
@@ -103,8 +105,10 @@ Ending run(const fs::path& program, const fs::path& results, const fs::path& log
     std::wstring command = L"\"" + program.wstring() +
                            L"\" --gtest_brief=1 \"--gtest_output=json:" + results.wstring() + L"\"";
     const ULONGLONG start = GetTickCount64();
-    if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                        results.parent_path().c_str(), &startup, &process))
+    if (!testsupport::createProcess([&] {
+            return CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE, 0,
+                                  nullptr, results.parent_path().c_str(), &startup, &process);
+        }))
         return {"cannot be started: error " + std::to_string(GetLastError()), 0};
     const Handle thread(process.hThread);
     const Handle handle(process.hProcess);

@@ -1,6 +1,7 @@
 // Starts Windows programs as children of a test, and waits no longer for them than is sensible.
 #include "childprocess.h"
 
+#include "createprocess.h"
 #include "sharedfile.h"
 
 #include <stdexcept>
@@ -42,8 +43,10 @@ Handle startChild(std::wstring commandLine, const StandardStreams& streams, DWOR
     startup.hStdOutput = streams.output;
     startup.hStdError = streams.errors;
     PROCESS_INFORMATION started{};
-    require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, creationFlags,
-                           nullptr, nullptr, &startup, &started) != 0,
+    require(createProcess([&] {
+                return CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE,
+                                      creationFlags, nullptr, nullptr, &startup, &started);
+            }) != 0,
             "starting a program");
     CloseHandle(started.hThread);
     if (processId)

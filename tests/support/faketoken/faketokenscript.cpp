@@ -168,6 +168,12 @@ bool applyToObjects(std::vector<Object>& objects, const Statement& statement) {
 template <class Apply>
 bool applyStatements(const std::string& path, Apply apply) {
     std::ifstream file(path);
+    // At the moment in which another one takes its place, a file is locked.
+    while (!file && std::filesystem::exists(path)) {
+        std::this_thread::yield();
+        file.clear();
+        file.open(path);
+    }
     if (!file)
         return false;
     std::string line;
@@ -192,7 +198,6 @@ std::optional<std::vector<Object>> objectsIn(const std::string& path) {
         if (!applyToObjects(objects, statement))
             refuse(statement);
     });
-    // The file may be locked at the moment in which another one takes its place.
     return isThere ? std::optional(std::move(objects)) : std::nullopt;
 }
 

@@ -4,6 +4,8 @@
 // that thread makes Windows load the program's own DLLs first, so their imports are there to be
 // redirected. Standard streams, arguments and exit code are the program's. If it cannot be
 // started, a message goes to standard error and the exit code is 125.
+#include "createprocess.h"
+
 #include <windows.h>
 
 #include <cstdio>
@@ -85,17 +87,10 @@ Program startSuspended(wchar_t* commandLine) {
     // Whoever starts the launcher without a console wants none for the program either; Windows
     // would make one, and Wine a process that serves it and inherits the streams.
     const DWORD creationFlags = CREATE_SUSPENDED | (hasConsole() ? 0 : DETACHED_PROCESS);
-    const auto start = [&] {
-        return CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, creationFlags, nullptr,
-                              nullptr, &startup, &started);
-    };
-    // On a busy machine Wine fails so once in thousands of times.
-    constexpr int tries = 5;
-    bool isStarted = start();
-    for (int again = 1; !isStarted && GetLastError() == ERROR_INTERNAL_ERROR && again != tries;
-         ++again)
-        isStarted = start();
-    if (!isStarted)
+    if (!testsupport::createProcess([&] {
+            return CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, creationFlags,
+                                  nullptr, nullptr, &startup, &started);
+        }))
         throw Failure("the program cannot be started");
     return {Handle(started.hProcess), Handle(started.hThread)};
 }
