@@ -24,7 +24,7 @@ std::wstring orUnreadable(Function function) {
     }
 }
 
-std::wstring nameText(const asn1::Name& name, const wchar_t* ifEmpty) {
+std::wstring textOf(const asn1::Name& name, const wchar_t* ifEmpty) {
     const std::wstring text = toString(asn1::toText(name.rdnSequence));
     return text.empty() ? ifEmpty : text;
 }
@@ -37,11 +37,11 @@ std::wstring dayOf(const asn1::Time& time) {
 } // namespace
 
 std::wstring subjectText(const asn1::Certificate& cert) {
-    return orUnreadable([&] { return nameText(cert.subject(), L"(no subject)"); });
+    return orUnreadable([&] { return textOf(cert.subject(), L"(no subject)"); });
 }
 
 std::wstring issuerText(const asn1::Certificate& cert) {
-    return orUnreadable([&] { return nameText(cert.issuer(), L"(no issuer)"); });
+    return orUnreadable([&] { return textOf(cert.issuer(), L"(no issuer)"); });
 }
 
 std::wstring serialNumberText(const asn1::Certificate& cert) {
@@ -82,6 +82,10 @@ std::wstring friendlyNameText(const pkcs11::certstoreupdater::CertItem& item) {
 
 std::wstring certificateText(const asn1::Certificate& cert) {
     return subjectText(cert) + L", " + validityText(cert);
+}
+
+std::wstring nameText(const buffer::Buffer<wchar_t>& container, const asn1::Certificate& cert) {
+    return L"\"" + subjectText(cert) + L"\" (" + toString(container) + L")";
 }
 
 bool isSame(const asn1::Certificate& a, const asn1::Certificate& b) {

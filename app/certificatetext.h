@@ -33,6 +33,9 @@ std::wstring friendlyNameText(const pkcs11::certstoreupdater::CertItem& item);
 /// Subject and validity.
 std::wstring certificateText(const asn1::Certificate& cert);
 
+/// A certificate as messages name it: its subject in quotation marks, and its container.
+std::wstring nameText(const buffer::Buffer<wchar_t>& container, const asn1::Certificate& cert);
+
 /// Whether two certificates are the same one, octet by octet.
 bool isSame(const asn1::Certificate& a, const asn1::Certificate& b);
 

@@ -44,6 +44,9 @@ inline constexpr CommandText commandTexts[] = {
      "  duplicate        the same certificate is registered for another key of the token\n"
      "  stale            registered, but no longer on the token or not asked for; sync removes "
      "it\n"
+     "  unusable         on the token, but Windows does not accept it: what is registered for "
+     "this\n"
+     "                   key is left alone, and the program ends with 11\n"
      "  foreign          bound to the CSP by another program, and not on the token: left alone\n"
      "  token only       on the token, but not asked for: it has no private key there, and\n"
      "                   neither --ca nor --other includes it",

@@ -5,6 +5,14 @@
 #include "failures.h"
 #include "text.h"
 
+#include "der.h"
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <memory>
+
 namespace updater {
 
 using pkcs11::certstoreupdater::CertStoreHelper;
@@ -12,9 +20,12 @@ using pkcs11::certstoreupdater::CertStoreUpdaterError_AddCertificateToStoreFaile
 
 namespace {
 
-std::wstring nameOf(const Buffer<wchar_t>& container, const asn1::Certificate& cert) {
-    return L"\"" + subjectText(cert) + L"\" (" + toString(container) + L")";
-}
+struct FreeContext {
+    void operator()(const CERT_CONTEXT* context) const noexcept {
+        CertFreeCertificateContext(context);
+    }
+};
+using CertContext = std::unique_ptr<const CERT_CONTEXT, FreeContext>;
 
 } // namespace
 
@@ -25,6 +36,14 @@ CspStore::CspStore(const std::wstring& store, const std::wstring& csp)
 template <class Function>
 auto CspStore::reading(Function function) {
     return during({Activity::Kind::readStore, name_}, function);
+}
+
+bool CspStore::canHold(const asn1::Certificate& cert) {
+    // As the library does it for each question about a certificate, with what it gets: a length
+    // that a token or a store gave fits a DWORD.
+    const Buffer<unsigned char> der = asn1::aux::encodeDer(cert, false);
+    return CertContext(CertCreateCertificateContext(X509_ASN_ENCODING, der.data(),
+                                                    static_cast<DWORD>(der.size()))) != nullptr;
 }
 
 CertMap CspStore::list() {
@@ -54,7 +73,7 @@ bool CspStore::isPresent(const asn1::Certificate& cert) {
 }
 
 void CspStore::requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) {
-    during({Activity::Kind::add, nameOf(container, wanted.item.certificate)}, [&] {
+    during({Activity::Kind::add, nameText(container, wanted.item.certificate)}, [&] {
         if (wanted.hasKey)
             store_.getKeySpec(wanted.item.certificate);
         friendlyName(wanted.item);
@@ -63,7 +82,7 @@ void CspStore::requireUsable(const Buffer<wchar_t>& container, const WantedItem&
 
 void CspStore::add(const Buffer<wchar_t>& container, const WantedItem& wanted) {
     const CertItem& item = wanted.item;
-    during({Activity::Kind::add, nameOf(container, item.certificate)}, [&] {
+    during({Activity::Kind::add, nameText(container, item.certificate)}, [&] {
         try {
             store_.addCspCertificate(csp_, toString(container), item.label.c_str(),
                                      item.certificate, wanted.hasKey);
@@ -78,7 +97,7 @@ void CspStore::add(const Buffer<wchar_t>& container, const WantedItem& wanted) {
 }
 
 void CspStore::remove(const asn1::Certificate& cert) {
-    during({Activity::Kind::remove, nameOf({}, cert)}, [&] { store_.deleteCertificate(cert); });
+    during({Activity::Kind::remove, nameText({}, cert)}, [&] { store_.deleteCertificate(cert); });
 }
 
 void CspStore::clean() {

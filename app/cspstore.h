@@ -15,6 +15,7 @@ public:
     /// \throws Failure if the store cannot be opened
     CspStore(const std::wstring& store, const std::wstring& csp);
 
+    bool canHold(const asn1::Certificate& cert) override;
     CertMap list() override;
     bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;

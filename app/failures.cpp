@@ -42,8 +42,9 @@ constexpr ExitCodeRow exitCodes[] = {
     {ExitCode::permissions, "permissions", "file permissions"},
     {ExitCode::token, "token", "any other fault of the token or its module"},
     {ExitCode::incomplete, "incomplete",
-     "not everything could be done: an entry that is not ours is in the way,\n"
-     "      the store refused a change, or the run was interrupted"},
+     "not everything could be done: Windows does not accept a certificate, an entry\n"
+     "      that is not ours is in the way, the store refused a change, or the run was\n"
+     "      interrupted"},
 };
 
 // By which Windows ends a process that does not handle Ctrl-C (STATUS_CONTROL_C_EXIT).
@@ -283,6 +284,12 @@ bool meansLostSession(const korv::GenericEvent& event) {
     const unsigned long code = answerOf(event);
     return code == answer::sessionClosed || code == answer::sessionHandleInvalid ||
            code == answer::userNotLoggedIn;
+}
+
+Failure refusedByWindows(const std::wstring& certificate) {
+    return {ExitCode::incomplete,
+            L"the certificate " + certificate +
+                L" cannot be registered, because Windows does not accept it; have it issued anew"};
 }
 
 Failure explain(const Activity& activity, const korv::GenericEvent& event) {

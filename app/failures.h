@@ -86,6 +86,10 @@ bool meansLostSession(const korv::GenericEvent& event);
 /// The failure that an event means to the person at the keyboard.
 Failure explain(const Activity& activity, const korv::GenericEvent& event);
 
+/// The failure that a certificate means which no store can hold.
+/// \param certificate its name
+Failure refusedByWindows(const std::wstring& certificate);
+
 /// Calls `function`; an event that it throws becomes a failure.
 template <class Function>
 auto during(const Activity& activity, Function function) {

@@ -27,13 +27,14 @@ public:
 
 private:
     void addWanted(const Buffer<wchar_t>& container, const WantedItem& wanted) {
-        Row row{container, State::duplicate, wanted.item, std::nullopt};
-        if (wanted_.isChosen(container, wanted.item.certificate))
-            row.state = stateOf(container, wanted, registry_);
+        Row row{container, stateOf(container, wanted, wanted_, registry_), wanted.item,
+                std::nullopt};
         const auto listed = listed_.find(container);
-        if (row.state == State::missing && listed != listed_.end() &&
+        if ((row.state == State::missing || row.state == State::unusable) &&
+            listed != listed_.end() &&
             isStale(container, listed->second.certificate, wanted_, registry_)) {
-            row.state = State::changed;
+            if (row.state == State::missing)
+                row.state = State::changed;
             row.inStore = listed->second.certificate;
         }
         rows_.push_back(std::move(row));
@@ -48,7 +49,7 @@ private:
 
     bool isPredecessor(const Buffer<wchar_t>& container) const {
         return std::any_of(rows_.begin(), rows_.end(), [&](const Row& row) {
-            return row.state == State::changed && row.container == container;
+            return row.onToken && row.inStore && row.container == container;
         });
     }
 
@@ -63,6 +64,8 @@ private:
 
 Wanted::Wanted(const WantedMap& certificates, CspRegistry& registry) {
     for (const auto& [container, wanted] : certificates) {
+        if (!registry.canHold(wanted.item.certificate))
+            continue;
         const auto [entry, isFirst] =
             chosen_.try_emplace(keyOf(wanted.item.certificate), &container);
         if (!isFirst && registry.isInStep(container, wanted))
@@ -84,9 +87,14 @@ bool Wanted::isChosen(const Buffer<wchar_t>& container, const asn1::Certificate&
     return entry != chosen_.end() && *entry->second == container;
 }
 
-State stateOf(const Buffer<wchar_t>& container, const WantedItem& wanted, CspRegistry& registry) {
-    const asn1::Certificate& cert = wanted.item.certificate;
-    if (registry.isInStep(container, wanted))
+State stateOf(const Buffer<wchar_t>& container, const WantedItem& item, const Wanted& wanted,
+              CspRegistry& registry) {
+    const asn1::Certificate& cert = item.item.certificate;
+    if (!wanted.has(cert))
+        return State::unusable;
+    if (!wanted.isChosen(container, cert))
+        return State::duplicate;
+    if (registry.isInStep(container, item))
         return State::inStep;
     if (!registry.isPresent(cert))
         return State::missing;

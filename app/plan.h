@@ -19,6 +19,7 @@ enum class State {
     duplicate,      ///< the same certificate is registered for another container of the token
     stale,          ///< ours, and no longer on the token
     foreign,        ///< bound to the CSP by somebody else, and not on the token
+    unusable,       ///< on the token, but no store can hold it: what is registered stays
     tokenOnly,      ///< on the token, but not for the store: no private key goes with it
 };
 
@@ -29,7 +30,8 @@ struct Row {
     std::optional<asn1::Certificate> inStore; ///< if it is another one than on the token
 };
 
-/// Which certificates are wanted in the store, and which container each is registered for.
+/// Which certificates are wanted in the store, and can be there, and which container each is
+/// registered for.
 class Wanted {
 public:
     /// \param certificates those of the token that are to be registered; must outlive this object
@@ -50,8 +52,9 @@ private:
 /// nothing.
 std::vector<Row> compare(const WantedMap& wanted, CspRegistry& registry);
 
-/// How a certificate that is chosen for its container stands.
-State stateOf(const Buffer<wchar_t>& container, const WantedItem& wanted, CspRegistry& registry);
+/// How a certificate of the token stands, without a look at what else is in its container.
+State stateOf(const Buffer<wchar_t>& container, const WantedItem& item, const Wanted& wanted,
+              CspRegistry& registry);
 
 /// Whether a listed certificate is ours to remove.
 bool isStale(const Buffer<wchar_t>& container, const asn1::Certificate& cert, const Wanted& wanted,

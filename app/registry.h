@@ -27,6 +27,10 @@ class CspRegistry {
 public:
     virtual ~CspRegistry() = default;
 
+    /// Whether the store can hold a certificate at all. Windows refuses some that are well-formed;
+    /// no other function may be asked about those.
+    virtual bool canHold(const asn1::Certificate& cert) = 0;
+
     /// What is bound to the CSP, ours or not. Of several entries with one container only one is
     /// listed; another one appears when that one is gone.
     virtual CertMap list() = 0;

@@ -3,6 +3,10 @@
 
 namespace updater {
 
+bool Rehearsal::canHold(const asn1::Certificate& cert) {
+    return real_.canHold(cert);
+}
+
 CertMap Rehearsal::list() {
     CertMap listed;
     for (auto& [container, item] : real_.list())

@@ -17,6 +17,7 @@ public:
     /// \param real must outlive this object; is only read
     explicit Rehearsal(CspRegistry& real) : real_(real) {}
 
+    bool canHold(const asn1::Certificate& cert) override;
     CertMap list() override;
     bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;

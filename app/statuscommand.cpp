@@ -30,6 +30,7 @@ constexpr StateWords stateWords[] = {
     {State::notOurs, L"not ours", "not-ours", Colour::bad},
     {State::duplicate, L"duplicate", "duplicate", Colour::faint},
     {State::stale, L"stale", "stale", Colour::attention},
+    {State::unusable, L"unusable", "unusable", Colour::bad},
     {State::foreign, L"foreign", "foreign", Colour::faint},
     {State::tokenOnly, L"token only", "token-only", Colour::faint},
 };
@@ -155,6 +156,9 @@ void showStatus(const Options& options, Output& output) {
         output.note(L"there is no certificate on the token, and none in the store for the CSP");
     else
         output.show(table);
+    for (const Row& row : rows)
+        if (row.state == State::unusable)
+            output.fail(refusedByWindows(nameText(row.container, row.onToken->certificate)));
 }
 
 } // namespace updater

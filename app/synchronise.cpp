@@ -31,7 +31,7 @@ public:
 private:
     bool settleAll() {
         for (const auto& [container, wanted] : certificates_) {
-            if (wanted_.isChosen(container, wanted.item.certificate) && !settle(container, wanted))
+            if (!settle(container, wanted))
                 unsettled_.insert(container);
             if (!observer_.onProgress())
                 return false;
@@ -39,11 +39,14 @@ private:
         return true;
     }
 
-    /// Whether the container is in step in the end.
+    /// Whether the container is in step in the end, or has nothing to be registered for it.
     bool settle(const Buffer<wchar_t>& container, const WantedItem& wanted) {
-        switch (stateOf(container, wanted, registry_)) {
+        switch (stateOf(container, wanted, wanted_, registry_)) {
         case State::inStep:
+        case State::duplicate:
             return true;
+        case State::unusable:
+            return tell(Kind::unusable, container, wanted.item.certificate);
         case State::missing:
             return add(container, wanted);
         case State::boundOtherwise:

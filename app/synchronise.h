@@ -18,7 +18,7 @@ struct SyncEvent {
         notOurs,        ///< in the store, but not registered by us: left alone
         addRefused,     ///< the store silently did not take it
         removalRefused, ///< the store silently kept it
-        unusable,       ///< the certificate is malformed; `failure` says more
+        unusable,       ///< malformed, of which `failure` says more, or no store can hold it
     };
     Kind kind;
     Buffer<wchar_t> container;
@@ -44,8 +44,9 @@ struct SyncObserver {
 /// successor is then taken out of the store for a moment. A predecessor that an interrupted run
 /// left behind an entry in step stays hidden until that entry is replaced or the store cleaned.
 ///
-/// A malformed certificate is told to the observer and left out. Any other failure ends it; what
-/// was done until then stays done.
+/// A certificate that is malformed or that no store can hold is told to the observer and left out;
+/// its container keeps what is registered for it. Any other failure ends it; what was done until
+/// then stays done.
 /// \returns whether it went to its end
 /// \throws Failure
 bool synchronise(const WantedMap& wanted, CspRegistry& registry, const SyncObserver& observer);

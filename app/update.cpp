@@ -54,7 +54,7 @@ const char* problemName(Kind problem) {
 }
 
 std::wstring nameOf(const SyncEvent& event) {
-    return L"\"" + subjectText(event.certificate) + L"\" (" + toString(event.container) + L")";
+    return nameText(event.container, event.certificate);
 }
 
 Failure failureOf(const SyncEvent& event) {
@@ -62,6 +62,8 @@ Failure failureOf(const SyncEvent& event) {
         return *event.failure;
     const std::wstring certificate = nameOf(event);
     switch (event.kind) {
+    case Kind::unusable:
+        return refusedByWindows(certificate);
     case Kind::notOurs:
         return {ExitCode::incomplete,
                 L"the certificate " + certificate +

@@ -25,6 +25,13 @@ namespace pkcs11::certstoreupdater {
 /// back: what was done before an exception stays done. One thread at a time per object; the
 /// static function may run on several threads at once.
 ///
+/// Windows may refuse a certificate that asn1 decodes: `CertCreateCertificateContext` then gives
+/// null. Whatever looks for such a certificate in the store (to find it, to remove it, to add it
+/// with a lookup) hands that null to `CertFindCertificateInStore`, which may end the process with
+/// an access violation. So a caller who cannot be sure of a certificate, as of one from a token,
+/// passes its encoding to `CertCreateCertificateContext` first. Adding one without a lookup throws
+/// CertStoreUpdaterError_AddCertificateToStoreFailed.
+///
 /// Apart from what each function says: errors of asn1 for a certificate without a value or one
 /// that cannot be read; std::bad_alloc.
 class CERTSTOREUPDATER_API CertStoreHelper {
@@ -60,7 +67,8 @@ public:
     ///   if it has none
     /// \param withKeyProvInfo write key provider information (PROV_RSA_FULL, whatever the CSP);
     ///   a lookup by CSP then also asks for it
-    /// \param skipLookup do not ask first whether the certificate is registered
+    /// \param skipLookup do not ask first whether the certificate is registered; false only for a
+    ///   certificate that Windows accepts (see above)
     /// \param lookupByCsp ask for one registered for this CSP and container, not just for the
     ///   certificate
     /// \throws CertStoreUpdaterError_AddCertificateToStoreFailed;
@@ -82,6 +90,7 @@ public:
 
     /// Adds every certificate of a map, in key order: the key names the container, the label is
     /// the friendly name, both up to their first zero unit. The first exception ends it.
+    /// \param skipLookup false only if Windows accepts each certificate (see above)
     void addCspCertificates(const std::wstring& cspName, const CertMap& items, bool withKeyProvInfo,
                             bool skipLookup, bool lookupByCsp);
     /// The same with `skipLookup` and `lookupByCsp` true.
@@ -90,12 +99,14 @@ public:
 
     /// Whether a certificate is in the store. The reference to what is found (here and in
     /// `findCspCertificate`) is kept: it lives until the store is closed.
+    /// \param cert one that Windows accepts (see above)
     bool findCertificate(const asn1::Certificate& cert);
 
     /// Whether a certificate is in the store and bound by its `KorvaneCspRef` property to a CSP
     /// and container, and, if `requireKeyProvInfo`, by its key provider information too.
     /// \param cspName empty: the certificate alone is looked for
     /// \param containerName empty: any container
+    /// \param cert one that Windows accepts (see above), here and in the shorter forms
     /// \throws CertStoreUpdaterError_GetCertContextPropertyFailed "PROPERTY";
     ///   buffer::BufferError_InvalidEncodingUnit if the property is not UTF-8
     bool findCspCertificate(const std::wstring& cspName, const std::wstring& containerName,
@@ -107,11 +118,13 @@ public:
     bool findCspCertificate(const std::wstring& cspName, const asn1::Certificate& cert);
 
     /// Removes a certificate. It is no error if it is not in the store or if the user declines.
+    /// \param cert one that Windows accepts (see above)
     /// \throws CertStoreUpdaterError_DeleteCertificateFailed
     void deleteCertificate(const asn1::Certificate& cert);
 
     /// Removes every certificate of a map, in key order; the keys are not looked at. The first
     /// exception ends it.
+    /// \param certs each one that Windows accepts (see above)
     void deleteCertificates(const CertMap& certs);
 
     /// Removes every certificate whose `KorvaneCspRef` property names the CSP, whatever the

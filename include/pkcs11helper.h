@@ -21,6 +21,9 @@ class KeyIds;
 /// A PKCS #11 module and a session with the token in its first slot that holds one. Construct,
 /// `login`, read as often as wanted, destroy. To be used by one thread at a time.
 ///
+/// If other code of the process finalises the module, every use of this object fails with "400"
+/// from then on. A new object initialises the module again, which does not bring the old ones back.
+///
 /// Every answer of the module that is not CKR_OK arrives as Pkcs11Error_CryptokiError with
 /// "CRYPTOKY_ERROR_CODE" = the answer, decimal.
 class CERTSTOREUPDATER_API Pkcs11Helper {

@@ -10,7 +10,8 @@ class Module;
 
 /// Names a module that `Libraries::load` loaded; copies name the same module. Copies do not keep
 /// the module loaded: after the last `Libraries::unload` every use of one fails with
-/// CKR_CRYPTOKI_NOT_INITIALIZED.
+/// CKR_CRYPTOKI_NOT_INITIALIZED. So does every use of one after a later `Libraries::load` had to
+/// initialise the module again, because other code had finalised it.
 class CkLibrary {
 public:
     /// A handle of no module.

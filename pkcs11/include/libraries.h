@@ -14,6 +14,9 @@ namespace pkcs11 {
 /// Loads and unloads modules. Every `load` that returned needs one `unload`; a module that is
 /// loaded several times is initialised once and finalised with its last `unload`. All operations
 /// may be called from several threads at once.
+///
+/// Other code of the process may finalise a module that is loaded here. Every use of it fails from
+/// then on with the module's answer, CKR_CRYPTOKI_NOT_INITIALIZED; so does its last `unload`.
 class Libraries {
 public:
     static Libraries& instance();
@@ -24,6 +27,11 @@ public:
     /// Loads a module file and initialises it (C_Initialize with CKF_OS_LOCKING_OK). A module
     /// that answers CKR_CRYPTOKI_ALREADY_INITIALIZED is in use by other code of this process: it
     /// is used as it is and never finalised from here.
+    ///
+    /// A module that is loaded already is asked for C_GetInfo. If it answers that other code has
+    /// finalised it, it is initialised again in the same way. Its earlier handles stay of no use,
+    /// since new slots and sessions may have the numbers of theirs; unloading them does nothing
+    /// to the module.
     ///
     /// \param path in the active code page on Windows. A name without a directory is looked for
     ///   in the program's directory, then in the system's; a relative path is made absolute.

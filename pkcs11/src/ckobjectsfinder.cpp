@@ -56,7 +56,7 @@ void CkObjectsFinderIterator::fetch() {
 
 CkObjectsFinder::~CkObjectsFinder() {
     // No event is made of the answer: making one can throw, and nobody would see it.
-    if (active_ && session_.ckLibrary().module().isLoaded())
+    if (active_ && session_.ckLibrary().module().isUsable())
         answerOf(functionsOf(session_).C_FindObjectsFinal, session_.handle());
 }
 

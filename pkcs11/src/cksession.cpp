@@ -17,7 +17,7 @@ constexpr wchar_t sourceFile[] = L"pkcs11\\src\\cksession.cpp";
 
 CkSession::~CkSession() {
     // No event is made of the answer: making one can throw, and nobody would see it.
-    if (handle_ && library_.module().isLoaded())
+    if (handle_ && library_.module().isUsable())
         answerOf(library_.module().functions().C_CloseSession, *handle_);
 }
 

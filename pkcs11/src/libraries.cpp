@@ -24,16 +24,22 @@ CkLibrary Libraries::load(const std::string& path) {
     const std::lock_guard lock(mutex_);
     DynamicLibrary file(path);
     const auto known = std::find_if(loaded_.begin(), loaded_.end(), [&](const Loaded& loaded) {
-        return loaded.module->isIn(file);
+        return loaded.module->isIn(file) && loaded.module->isUsable();
     });
+    std::shared_ptr<Module> finalized;
     if (known != loaded_.end()) {
-        ++known->users;
-        return CkLibrary(known->module);
+        if (!known->module->isFinalizedByOthers()) {
+            ++known->users;
+            return CkLibrary(known->module);
+        }
+        finalized = known->module;
     }
     auto module = std::make_shared<Module>(std::move(file), path);
     // Once the module is initialised nothing may fail any more.
     loaded_.reserve(loaded_.size() + 1);
     module->initialize();
+    if (finalized)
+        finalized->retire();
     loaded_.push_back(Loaded{module, 1});
     return CkLibrary(std::move(module));
 }

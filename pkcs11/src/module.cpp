@@ -39,6 +39,12 @@ void Module::initialize() {
     isOurs_ = true;
 }
 
+bool Module::isFinalizedByOthers() const {
+    CK_INFO ignored{};
+    // Not C_Initialize, whose calls some modules count.
+    return answerOf(functions().C_GetInfo, &ignored) == ckr::cryptokiNotInitialized;
+}
+
 CK_RV Module::finalizeAndFree() noexcept {
     const CK_RV answer = isOurs_ ? functions_->C_Finalize(nullptr) : CKR_OK;
     functions_ = nullptr;
@@ -47,7 +53,7 @@ CK_RV Module::finalizeAndFree() noexcept {
 }
 
 const CK_FUNCTION_LIST& Module::functions() const {
-    if (!functions_)
+    if (!isUsable())
         throw cryptokiError(sourceFile, ckr::cryptokiNotInitialized);
     return *functions_;
 }

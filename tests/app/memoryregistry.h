@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,9 @@ public:
     bool newestFirst = false;
     bool refusesAdditions = false;
     bool refusesRemovals = false;
+    /// A certificate that Windows refuses. Any other question about it than `canHold` throws
+    /// std::logic_error.
+    std::optional<asn1::Certificate> refused;
     /// Called when a certificate is checked.
     std::function<void(const WantedItem&)> onCheck;
     /// Called before the entries are listed.
@@ -68,6 +72,9 @@ public:
         entries.push_back({certificate, container, container});
     }
 
+    bool canHold(const asn1::Certificate& cert) override {
+        return !refused || !isSame(*refused, cert);
+    }
     CertMap list() override {
         if (onList)
             onList();
@@ -94,11 +101,13 @@ public:
     bool isPresent(const asn1::Certificate& cert) override { return find(cert) != nullptr; }
 
     void requireUsable(const Buffer<wchar_t>&, const WantedItem& wanted) override {
+        requireHoldable(wanted.item.certificate);
         if (onCheck)
             onCheck(wanted);
     }
     void add(const Buffer<wchar_t>& container, const WantedItem& wanted) override {
         const asn1::Certificate& certificate = wanted.item.certificate;
+        requireHoldable(certificate);
         changes.push_back(L"add " + std::wstring(container.c_str()));
         if (onAdd)
             onAdd(wanted);
@@ -109,6 +118,7 @@ public:
             {certificate, container, wanted.hasKey ? std::optional(container) : std::nullopt});
     }
     void remove(const asn1::Certificate& cert) override {
+        requireHoldable(cert);
         changes.push_back(L"remove " + subjectText(cert));
         if (refusesRemovals)
             return;
@@ -119,7 +129,12 @@ public:
     }
 
 private:
+    void requireHoldable(const asn1::Certificate& cert) const {
+        if (refused && isSame(*refused, cert))
+            throw std::logic_error("asked about a certificate that no store can hold");
+    }
     const MemoryEntry* find(const asn1::Certificate& cert) const {
+        requireHoldable(cert);
         const auto found =
             std::find_if(entries.begin(), entries.end(),
                          [&](const MemoryEntry& entry) { return isSame(entry.certificate, cert); });

@@ -127,6 +127,37 @@ TEST_F(Comparison, KeepsTheContainerThatACertificateIsRegisteredForAlready) {
     EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::duplicate}, Line{L"B", State::inStep}));
 }
 
+TEST_F(Comparison, FindsWhatNoStoreCanHold) {
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(2));
+    store.refused = numbered(1);
+    EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::unusable}, Line{L"B", State::missing}));
+}
+
+TEST_F(Comparison, CallsACertificateThatNoStoreCanHoldUnusableForEachContainer) {
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(1));
+    store.refused = numbered(1);
+    EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::unusable}, Line{L"B", State::unusable}));
+}
+
+TEST_F(Comparison, ShowsWhatStaysRegisteredBesideWhatNoStoreCanHold) {
+    wanted[L"A"] = wantedOf(numbered(2));
+    store.refused = numbered(2);
+    store.addOurs(L"A", numbered(1));
+    const auto rows = compare(wanted, store);
+    ASSERT_THAT(linesOf(rows), ElementsAre(Line{L"A", State::unusable}));
+    EXPECT_TRUE(isSame(rows[0].onToken->certificate, numbered(2)));
+    EXPECT_TRUE(isSame(*rows[0].inStore, numbered(1)));
+}
+
+TEST_F(Comparison, ShowsAForeignEntryBesideWhatNoStoreCanHold) {
+    wanted[L"A"] = wantedOf(numbered(2));
+    store.refused = numbered(2);
+    store.entries.push_back({numbered(1), {}, L"A"});
+    EXPECT_THAT(compared(), ElementsAre(Line{L"A", State::unusable}, Line{L"A", State::foreign}));
+}
+
 TEST_F(Comparison, GoesByTheOrderOfTheContainers) {
     wanted[L"C"] = wantedOf(numbered(3));
     wanted[L"A"] = wantedOf(numbered(1));

@@ -92,6 +92,15 @@ TEST_F(Rehearsing, TellsOfAMalformedCertificate) {
     EXPECT_THAT(tellOf(rehearsal), ElementsAre(Told{Kind::unusable, L"A", L"CN=Holder 1"}));
 }
 
+TEST_F(Rehearsing, TellsOfACertificateThatNoStoreCanHold) {
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(2));
+    store.refused = numbered(1);
+    store.addOurs(L"A", numbered(3));
+    EXPECT_THAT(expectRehearsalToBeRight(), ElementsAre(Told{Kind::unusable, L"A", L"CN=Holder 1"},
+                                                        Told{Kind::added, L"B", L"CN=Holder 2"}));
+}
+
 TEST_F(Rehearsing, CannotSeeWhatTheListingHides) {
     wanted[L"B"] = wantedOf(numbered(9));
     store.addOurs(L"A", numbered(1));

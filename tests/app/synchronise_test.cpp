@@ -147,6 +147,28 @@ TEST_F(Synchronising, RemovesAllStaleEntriesOfAContainerThatIsNoLongerOnTheToken
     EXPECT_THAT(store.entries, IsEmpty());
 }
 
+TEST_F(Synchronising, LeavesOutWhatNoStoreCanHoldAndKeepsWhatIsRegisteredForItsContainer) {
+    wanted[L"A"] = wantedOf(numbered(2));
+    wanted[L"B"] = wantedOf(numbered(3));
+    store.refused = numbered(2);
+    store.addOurs(L"A", numbered(1));
+    store.addOurs(L"A", numbered(4));
+    store.addOurs(L"C", numbered(5));
+    EXPECT_THAT(run(), ElementsAre(Told{Kind::unusable, L"A"}, Told{Kind::added, L"B"},
+                                   Told{Kind::removed, L"C"}));
+    EXPECT_TRUE(has(1));
+    EXPECT_TRUE(has(4));
+}
+
+TEST_F(Synchronising, LeavesOutForEachContainerWhatNoStoreCanHold) {
+    wanted[L"A"] = wantedOf(numbered(1));
+    wanted[L"B"] = wantedOf(numbered(1));
+    store.refused = numbered(1);
+    store.addOurs(L"B", numbered(2));
+    EXPECT_THAT(run(), ElementsAre(Told{Kind::unusable, L"A"}, Told{Kind::unusable, L"B"}));
+    EXPECT_TRUE(has(2));
+}
+
 TEST_F(Synchronising, NeverTouchesWhatItDidNotRegister) {
     wanted[L"A"] = wantedOf(numbered(1));
     store.entries.push_back({numbered(1), {}, {}});

@@ -7,6 +7,7 @@
 #include "cryptoapi.h"
 #include "der.h"
 #include "storeview.h"
+#include "throwsite.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -51,7 +52,7 @@ void expectThrows(Call call, std::string_view name, const Params& params = {},
         EXPECT_EQ(typeid(event), typeid(Event));
         EXPECT_EQ(event.what(), name);
         EXPECT_EQ(toString(event.file()), file);
-        EXPECT_GT(event.line(), 0);
+        expectThrowSite(event);
         EXPECT_EQ(event.code(), 0u);
         EXPECT_EQ(paramsOf(event), params);
     }

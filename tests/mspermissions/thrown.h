@@ -2,6 +2,7 @@
 #pragma once
 
 #include "certstoreupdatererror.h"
+#include "throwsite.h"
 
 #include <gtest/gtest.h>
 
@@ -48,7 +49,7 @@ Thrown thrownBy(Action&& action) {
         EXPECT_TRUE(typeid(event) ==
                     typeid(pkcs11::certstoreupdater::CertStoreUpdaterError_InvalidConfiguration));
         EXPECT_EQ(toWstring(event.file()), L"src\\mspermissions.cpp");
-        EXPECT_GT(event.line(), 0);
+        testsupport::expectThrowSite(event);
         EXPECT_EQ(event.code(), 0u);
         EXPECT_EQ(event.parent(), nullptr);
         Thrown thrown{event.what(), {}};

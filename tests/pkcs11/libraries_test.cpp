@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -81,6 +82,106 @@ TEST_F(LibrariesLoad, UsesAModuleThatTheProcessUsesAlreadyAndNeverFinalisesIt) {
     EXPECT_EQ(token->count("C_Finalize"), 0u);
     EXPECT_TRUE(token->initialized);
     functions.C_Finalize(nullptr);
+}
+
+TEST_F(LibrariesLoad, AsksAModuleThatIsLoadedWhetherItIsStillInitialised) {
+    const ScopedLibrary first;
+    const ScopedLibrary second;
+    EXPECT_THAT(token->sequence(), ElementsAre("C_GetFunctionList", "C_Initialize", "C_GetInfo"));
+}
+
+/// A module that was loaded and then finalised by other code of the process.
+class LibrariesLoadOfAFinalizedModule : public LibrariesLoad {
+protected:
+    void finalizeAsOthersDo() { ASSERT_EQ(token.functions().C_Finalize(nullptr), CKR_OK); }
+    void initializeAsOthersDo() { ASSERT_EQ(token.functions().C_Initialize(nullptr), CKR_OK); }
+
+    Libraries& libraries = Libraries::instance();
+};
+
+TEST_F(LibrariesLoadOfAFinalizedModule, InitialisesItAgainAndFinalisesItOnce) {
+    const CkLibrary first = libraries.load(modulePath());
+    finalizeAsOthersDo();
+    {
+        const ScopedLibrary second;
+        EXPECT_EQ(token->callsOf("C_Initialize").back().flags, CK_FLAGS{CKF_OS_LOCKING_OK});
+        EXPECT_EQ(CkSlots(second, true).size(), 1u);
+        const ScopedLibrary third;
+        EXPECT_EQ(static_cast<const CkLibrary&>(second), static_cast<const CkLibrary&>(third));
+        EXPECT_EQ(token->count("C_Initialize"), 2u);
+    }
+    EXPECT_EQ(token->count("C_Finalize"), 2u) << "once by others, once with the last unload";
+    libraries.unload(first);
+    EXPECT_EQ(token->count("C_Finalize"), 2u);
+}
+
+TEST_F(LibrariesLoadOfAFinalizedModule, LeavesEarlierHandlesWithoutUse) {
+    const CkLibrary first = libraries.load(modulePath());
+    finalizeAsOthersDo();
+    {
+        const ScopedLibrary second;
+        EXPECT_NE(first, static_cast<const CkLibrary&>(second));
+        token->forgetCalls();
+        expectCryptokiError(L"400", [&] { CkSlots(first, true); });
+        EXPECT_TRUE(token->calls.empty());
+        libraries.unload(first);
+        expectCryptokiError(L"7", [&] { libraries.unload(first); });
+        EXPECT_TRUE(token->calls.empty());
+        EXPECT_EQ(CkSlots(second, true).size(), 1u);
+    }
+    EXPECT_EQ(token->count("C_Finalize"), 1u);
+}
+
+TEST_F(LibrariesLoadOfAFinalizedModule, FinalisesItIfItWasOthersWhoInitialisedItBefore) {
+    initializeAsOthersDo();
+    const ScopedLibrary first;
+    finalizeAsOthersDo();
+    { const ScopedLibrary second; }
+    EXPECT_EQ(token->count("C_Finalize"), 2u);
+}
+
+TEST_F(LibrariesLoadOfAFinalizedModule, NeverFinalisesItIfOthersWereFasterToInitialiseIt) {
+    const ScopedLibrary first;
+    finalizeAsOthersDo();
+    token->hook = [&](const faketoken::Call& call) -> std::optional<CK_RV> {
+        if (call.function != "C_Initialize")
+            return std::nullopt;
+        token->initialized = true;
+        return CKR_CRYPTOKI_ALREADY_INITIALIZED;
+    };
+    {
+        const ScopedLibrary second;
+        EXPECT_EQ(CkSlots(second, true).size(), 1u);
+    }
+    token->hook = nullptr;
+    EXPECT_EQ(token->count("C_Finalize"), 1u);
+    EXPECT_TRUE(token->initialized);
+    finalizeAsOthersDo();
+}
+
+TEST_F(LibrariesLoadOfAFinalizedModule, ThrowsTheAnswerOfAFailedInitialisation) {
+    const CkLibrary first = libraries.load(modulePath());
+    finalizeAsOthersDo();
+    token->fail("C_Initialize", 1, CKR_DEVICE_ERROR);
+    expectCryptokiError(L"48", [&] { libraries.load(modulePath()); });
+    { const ScopedLibrary afterwards; }
+    libraries.unload(first);
+    EXPECT_EQ(token->count("C_Finalize"), 2u);
+}
+
+TEST_F(LibrariesLoadOfAFinalizedModule, DoesNotClaimItIfItIsNotLoadedAgain) {
+    const CkLibrary first = libraries.load(modulePath());
+    finalizeAsOthersDo();
+    expectCryptokiError(L"400", [&] { CkSlots(first, true); });
+    expectCryptokiError(L"400", [&] { libraries.unload(first); });
+}
+
+TEST_F(LibrariesLoad, TakesAModuleThatCannotBeAskedForOneThatIsInitialised) {
+    token->missingFunction = "C_GetInfo";
+    const ScopedLibrary first;
+    const ScopedLibrary second;
+    EXPECT_EQ(token->count("C_Initialize"), 1u);
+    EXPECT_EQ(CkSlots(second, true).size(), 1u);
 }
 
 TEST_F(LibrariesLoad, ThrowsTheAnswerOfAFailedInitialisationAndLoadsNothing) {

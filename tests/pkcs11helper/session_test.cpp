@@ -7,8 +7,10 @@
 
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -36,7 +38,7 @@ void expectEvent(const char* name, Action action) {
     } catch (const Event& event) {
         EXPECT_STREQ(event.what(), name);
         EXPECT_STREQ(event.file().c_str(), L"src\\pkcs11helper.cpp");
-        EXPECT_GT(event.line(), 0);
+        testsupport::expectThrowSite(event);
         EXPECT_EQ(event.code(), 0u);
         EXPECT_TRUE(event.params().empty());
         EXPECT_EQ(event.parent(), nullptr);
@@ -123,6 +125,39 @@ TEST_F(Pkcs11HelperConstructor, SharesTheModuleWithAnotherHelper) {
     }
     EXPECT_EQ(token->count("C_Initialize"), 1u);
     EXPECT_EQ(token->count("C_Finalize"), 1u);
+}
+
+/// Helpers of a module that other code of the process finalises meanwhile.
+class Pkcs11HelperOfAFinalizedModule : public faketoken::TokenTest {
+protected:
+    void finalizeAsOthersDo() {
+        ASSERT_EQ(token.functions().C_Finalize(nullptr), CKR_OK);
+        EXPECT_EQ(std::exchange(token->sessionsLeftAtFinalize, 0), 1u);
+    }
+};
+
+TEST_F(Pkcs11HelperOfAFinalizedModule, WorksAlthoughAnEarlierOneIsStillThere) {
+    Pkcs11Helper first(modulePath());
+    first.login(pinOf("1234"));
+    finalizeAsOthersDo();
+    Pkcs11Helper second(modulePath());
+    second.login(pinOf("1234"));
+    EXPECT_TRUE(second.getOtherCerts()->empty());
+    expectCryptokiError(L"400", [&] { first.getOtherCerts(); });
+    expectCryptokiError(L"400", [&] { first.login(pinOf("1234")); });
+}
+
+TEST_F(Pkcs11HelperOfAFinalizedModule, KeepsItsSessionWhenAnEarlierOneIsDestroyed) {
+    auto first = std::make_unique<Pkcs11Helper>(modulePath());
+    first->login(pinOf("1234"));
+    const CK_SESSION_HANDLE lost = token->sessions.begin()->first;
+    finalizeAsOthersDo();
+    Pkcs11Helper second(modulePath());
+    second.login(pinOf("1234"));
+    ASSERT_EQ(token->sessions.begin()->first, lost) << "the module gives numbers again";
+    first.reset();
+    EXPECT_EQ(token->count("C_CloseSession"), 0u);
+    EXPECT_TRUE(second.getOtherCerts()->empty());
 }
 
 void expectUnusable(const std::string& path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pkcs11error.h"
+#include "throwsite.h"
 
 #include <gtest/gtest.h>
 
@@ -41,7 +42,7 @@ void expectCryptokiError(const wchar_t* code, Action action) {
     EXPECT_STREQ(error->params()[0].key.c_str(), L"CRYPTOKY_ERROR_CODE");
     EXPECT_STREQ(error->params()[0].value.c_str(), code);
     EXPECT_EQ(std::wstring(error->file().c_str()).substr(0, 7), L"pkcs11\\");
-    EXPECT_GT(error->line(), 0);
+    testsupport::expectThrowSite(*error);
 }
 
 } // namespace faketoken

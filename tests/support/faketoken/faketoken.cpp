@@ -102,6 +102,9 @@ void pad(CK_UTF8CHAR (&field)[size], const std::string& text) {
     std::memcpy(field, text.data(), std::min(size, text.size()));
 }
 
+constexpr CK_SESSION_HANDLE noHandleYet = 0x1000;
+CK_SESSION_HANDLE lastSessionHandle = noHandleYet;
+
 CK_RV initialize(void* arguments) {
     Call call = makeCall("C_Initialize");
     if (arguments)
@@ -110,6 +113,7 @@ CK_RV initialize(void* arguments) {
         if (control().initialized)
             return CKR_CRYPTOKI_ALREADY_INITIALIZED;
         control().initialized = true;
+        lastSessionHandle = noHandleYet;
         return CKR_OK;
     });
 }
@@ -119,6 +123,14 @@ CK_RV finalize(void*) {
         control().sessionsLeftAtFinalize += control().sessions.size();
         control().sessions.clear();
         control().initialized = false;
+        return CKR_OK;
+    });
+}
+
+CK_RV getInfo(CK_INFO* info) {
+    return answerInitialized(makeCall("C_GetInfo"), [&]() -> CK_RV {
+        *info = CK_INFO{};
+        info->cryptokiVersion = {2, 40};
         return CKR_OK;
     });
 }
@@ -164,7 +176,6 @@ CK_RV getTokenInfo(CK_SLOT_ID id, CK_TOKEN_INFO* info) {
 }
 
 CK_RV openSession(CK_SLOT_ID id, CK_FLAGS flags, void*, CK_NOTIFY, CK_SESSION_HANDLE* handle) {
-    static CK_SESSION_HANDLE lastHandle = 0x1000;
     Call call = makeCall("C_OpenSession");
     call.slot = id;
     call.flags = flags;
@@ -176,7 +187,7 @@ CK_RV openSession(CK_SLOT_ID id, CK_FLAGS flags, void*, CK_NOTIFY, CK_SESSION_HA
             return CKR_TOKEN_NOT_PRESENT;
         if (!(flags & CKF_SERIAL_SESSION))
             return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
-        *handle = ++lastHandle;
+        *handle = ++lastSessionHandle;
         Session session;
         session.slot = id;
         session.flags = flags;
@@ -359,7 +370,7 @@ CK_FUNCTION_LIST makeFunctionList() {
     list.version = {2, 40};
     list.C_Initialize = initialize;
     list.C_Finalize = finalize;
-    list.C_GetInfo = notSupported;
+    list.C_GetInfo = getInfo;
     list.C_GetFunctionList = getFunctionList;
     list.C_GetSlotList = getSlotList;
     list.C_GetSlotInfo = notSupported;
@@ -437,6 +448,7 @@ struct Droppable {
 constexpr Droppable droppable[] = {
     {"C_Initialize", [](CK_FUNCTION_LIST& list) { list.C_Initialize = nullptr; }},
     {"C_Finalize", [](CK_FUNCTION_LIST& list) { list.C_Finalize = nullptr; }},
+    {"C_GetInfo", [](CK_FUNCTION_LIST& list) { list.C_GetInfo = nullptr; }},
     {"C_GetSlotList", [](CK_FUNCTION_LIST& list) { list.C_GetSlotList = nullptr; }},
     {"C_GetTokenInfo", [](CK_FUNCTION_LIST& list) { list.C_GetTokenInfo = nullptr; }},
     {"C_OpenSession", [](CK_FUNCTION_LIST& list) { list.C_OpenSession = nullptr; }},

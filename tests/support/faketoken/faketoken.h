@@ -22,8 +22,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -34,13 +36,16 @@ namespace faketoken {
 
 using Bytes = std::vector<unsigned char>;
 
-/// The functions that the module implements, by their names in PKCS #11. All others answer
-/// CKR_FUNCTION_NOT_SUPPORTED.
+/// The functions that the module implements, by their names in PKCS #11, first those that reading
+/// a token calls. All others answer CKR_FUNCTION_NOT_SUPPORTED.
 inline constexpr std::string_view functionNames[] = {
     "C_GetFunctionList", "C_Initialize",  "C_Finalize",         "C_GetSlotList",
     "C_GetTokenInfo",    "C_OpenSession", "C_CloseSession",     "C_Login",
     "C_FindObjectsInit", "C_FindObjects", "C_FindObjectsFinal", "C_GetAttributeValue",
+    "C_GetInfo",
 };
+/// Those that reading a token calls. A module is asked for C_GetInfo only when it is loaded again.
+inline constexpr std::span readingFunctionNames(functionNames, std::size(functionNames) - 1);
 
 /// The value of an attribute, and the lies that the module tells about it.
 struct Value {
@@ -143,7 +148,8 @@ struct Call {
     CK_ULONG count = 0;   ///< for how many slot ids or object handles there was room
 };
 
-/// A session that the module has open.
+/// A session that the module has open. Their handles begin with the same number after each
+/// C_Initialize, as those of real modules do.
 struct Session {
     CK_SLOT_ID slot = 0;
     CK_FLAGS flags = 0;
@@ -211,8 +217,8 @@ public:
     }
 
     /// The tokens are pulled out of their slots at the `nth` call of any function from now on, and
-    /// stay out. Their sessions end. C_GetSlotList finds no token, C_GetFunctionList, C_Initialize
-    /// and C_Finalize work, all other functions answer CKR_DEVICE_REMOVED.
+    /// stay out. Their sessions end. C_GetSlotList finds no token, C_GetFunctionList, C_Initialize,
+    /// C_Finalize and C_GetInfo work, all other functions answer CKR_DEVICE_REMOVED.
     void pullAt(std::size_t nth) { pulls_.push_back({{}, calls.size() + nth, forever, {}}); }
     /// The tokens are out, likewise, at each call at which the condition holds, and back after it.
     void pullWhile(Condition condition) {
@@ -297,7 +303,7 @@ private:
     }
     static bool needsToken(std::string_view function) {
         return function != "C_GetFunctionList" && function != "C_Initialize" &&
-               function != "C_Finalize" && function != "C_GetSlotList";
+               function != "C_Finalize" && function != "C_GetInfo" && function != "C_GetSlotList";
     }
     static void requireFunction(std::string_view function) {
         if (std::find(std::begin(functionNames), std::end(functionNames), function) ==
