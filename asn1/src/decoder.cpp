@@ -204,7 +204,7 @@ private:
     Position decodeOptional(const Member& member, Position position, Position end) {
         const auto mark = output_.mark();
         const Position next = decodePresent(member, position, end);
-        if (member.presence == Presence::defaulted && lastContentsEqual(member.defaultContents)) {
+        if (member.presence == Presence::defaulted && lastIsDefaultOf(member)) {
             if (rules == Rules::der && !encodedDefaultsAccepted())
                 throw decodeError(L"DefaultValuePresentInDEREncoding", position);
             isDer_ = false;
@@ -294,9 +294,17 @@ private:
         return element;
     }
 
-    bool lastContentsEqual(Range contents) const noexcept {
-        return lastContents_.size() == contents.size() &&
-               std::memcmp(lastContents_.begin(), contents.begin(), contents.size()) == 0;
+    /// Whether the value that was read last, once it is DER, is the DEFAULT of the member. Only
+    /// values that are contents octets have one.
+    bool lastIsDefaultOf(const Member& member) const noexcept {
+        const Range expected = member.defaultContents;
+        if (lastContents_.size() != expected.size())
+            return false;
+        if (expected.empty())
+            return true;
+        const std::size_t last = expected.size() - 1;
+        return std::memcmp(lastContents_.begin(), expected.begin(), last) == 0 &&
+               normalLastOctet(member.type->typeClass, lastContents_) == expected[last];
     }
 
     korv::EventParam positionParam(Position position) const {
