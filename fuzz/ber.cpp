@@ -4,6 +4,7 @@
 #include "der.h"
 #include "fuzztarget.h"
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
 
@@ -57,11 +58,15 @@ void checkWholeInput(Input input, const std::optional<Value>& atFront) {
     }
 }
 
-/// What is DER is BER of the same value.
+/// What is DER is BER of the same value. Strict decoding ignores constructed bits; in BER that of a
+/// string says that it is in segments.
 template <class Value>
 void checkStrictness(Input input, const std::optional<Value>& atFront) {
     Value strict;
     if (!returns<QuorError_Asn1_Decode>([&] { asn1::der::decode(input, strict); }))
+        return;
+    const buffer::Buffer<unsigned char> encoding = asn1::aux::encodeDer(strict, false);
+    if (!std::ranges::equal(encoding, input))
         return;
     require(atFront.has_value(), "DER is refused as BER");
     requireSame(strict, *atFront, "DER means something else as BER");

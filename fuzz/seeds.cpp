@@ -44,6 +44,10 @@ Bytes oddName() {
                    set({attribute("OU", utf8String("\xC3\xA9;=#"))})});
 }
 
+Bytes keyUsageOf(const char* hex) {
+    return extension("2.5.29.15", fromHex(hex));
+}
+
 std::vector<Bytes> certificates() {
     std::vector<Bytes> all = {
         CertBuilder().build(),
@@ -53,9 +57,11 @@ std::vector<Bytes> certificates() {
         fullCertificate().extensions({keyUsage({8}), keyUsage({0})}).build(),
         fullCertificate().extensions({basicConstraints(std::nullopt, 7)}).build(),
         fullCertificate()
-            .extensions({extension("2.5.29.15", fromHex("23 80 03 02 00 80 00 00")),
+            .extensions({keyUsageOf("23 80 03 02 00 80 00 00"),
                          extension("2.5.29.19", fromHex("30 81 04 01 01 01 05"), true)})
             .build(),
+        fullCertificate().extensions({keyUsageOf("23 06 03 04 00 80 00 00")}).build(),
+        fullCertificate().extensions({keyUsageOf("23 08 03 02 00 04 03 02 07 80")}).build(),
         fullCertificate().extensions({extension("2.5.29.19", CertBuilder().build())}).build(),
         fullCertificate().serialNumber(fromHex("02 09 00 FF FF FF FF FF FF FF FF")).build(),
         fullCertificate().version(explicitly(0, integer(0))).build(),
@@ -109,6 +115,12 @@ void addEncodings(Seeds& seeds) {
             seeds.add(choice, indefinite(encoding[0], Bytes(encoding.begin() + 2, encoding.end())));
         ++choice;
     }
+    // Strings in segments.
+    seeds.add(3, sequence({sequence({objectIdentifier("1.2.3"), fromHex("24 04 04 02 01 02")})}));
+    seeds.add(13, fromHex("2C 06 0C 01 41 04 01 42"));
+    seeds.add(17, fromHex("23 08 03 02 00 04 03 02 07 80"));
+    seeds.add(18, fromHex("24 80 24 04 04 02 AA BB 04 01 CC 00 00"));
+    seeds.add(23, fromHex("37 11 04 06 323630313031 04 07 3030303030305A"));
 }
 
 void addNames(Seeds& seeds) {
@@ -128,6 +140,7 @@ void addNames(Seeds& seeds) {
     for (const Bytes& string : {utf8String("\xC3\xA9"), printableString("a"), bmpString(u"\u20AC"),
                                 teletexString({0xE4}), universalString(U"\U0001F600")})
         seeds.add(5, string);
+    seeds.add(0, nameOf({set({attribute("CN", fromHex("2C 06 0C 04 41 42 43 44"))})}));
 }
 
 void addText(Seeds& seeds) {

@@ -29,7 +29,7 @@ KORV_EVENT_CLASS(QuorError_Asn1_InvalidCall, QuorError_Asn1);
 /// There is no item with this index. "INDEX", "SIZE".
 KORV_EVENT_CLASS(QuorError_Asn1_InvalidItemIndex, QuorError_Asn1);
 
-/// Reading went beyond the end of a stream. "POSITION".
+/// Never thrown, so it has no parameters: input that ends too early is a `QuorError_Asn1_Decode`.
 KORV_EVENT_CLASS(QuorError_Asn1_InvalidStreamOp, QuorError_Asn1);
 
 /// The tag of an element is not the expected one. "EXPECTED_TAG", "FOUND_TAG": identifier

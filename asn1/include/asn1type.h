@@ -4,12 +4,17 @@
 
 #include "asn1.h"
 
+#include <concepts>
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <type_traits>
 
 namespace asn1 {
+
+class Boolean;
+class List;
 
 /// How the values of a type are encoded. The numbers are those that errors show.
 enum class TypeClass : unsigned {
@@ -123,24 +128,43 @@ struct Member {
     unsigned char taggedIdentifier = tag::none; ///< the identifier octet of that tag; an implicit
                                                 ///< one takes the constructed bit of its type
     BufferRange<unsigned char> defaultContents = {}; ///< contents octets of the DEFAULT value
+};
 
+/// Whether values of the type begin with a tag of its own, whose place an implicit tag can take
+/// (X.680 31.2.7). A CHOICE, an open type and a kept value have none.
+template <class Value>
+concept HasOwnTag = std::derived_from<Value, ContentsValue> || std::derived_from<Value, Sequence>;
+
+/// Whether values of the type are contents octets without elements in them, so that they can be
+/// compared with those of a DEFAULT.
+template <class Value>
+concept IsPrimitive = std::derived_from<Value, ContentsValue> && !std::derived_from<Value, List>;
+
+/// A member as it is declared: what its type does not allow does not compile.
+template <class Value, bool isOptional>
+struct MemberOf : Member {
     /// This member with [number] IMPLICIT.
-    constexpr Member implicitly(unsigned number) const {
-        Member tagged = *this;
+    constexpr MemberOf implicitly(unsigned number) const requires HasOwnTag<Value> {
+        MemberOf tagged = *this;
         tagged.tagging = Tagging::implicitTag;
         tagged.taggedIdentifier = tag::context(number);
         return tagged;
     }
     /// This member with [number] EXPLICIT.
-    constexpr Member explicitly(unsigned number) const {
-        Member tagged = *this;
+    constexpr MemberOf explicitly(unsigned number) const {
+        MemberOf tagged = *this;
         tagged.tagging = Tagging::explicitTag;
         tagged.taggedIdentifier = tag::context(number) | tag::constructed;
         return tagged;
     }
-    /// \param contents of the default value; must outlive the member
-    constexpr Member withDefault(std::span<const unsigned char> contents) const {
-        Member defaulted = *this;
+    /// This member with a DEFAULT. Its field is a std::optional, because it may be absent.
+    /// \param contents of the default value as DER has them; must outlive the member
+    constexpr MemberOf withDefault(std::span<const unsigned char> contents) const
+        requires(isOptional&& IsPrimitive<Value>) {
+        if constexpr (std::derived_from<Value, Boolean>)
+            if (contents.size() != 1 || (contents[0] != 0x00 && contents[0] != 0xFF))
+                throw std::logic_error("no BOOLEAN of DER"); // a constant does not compile then
+        MemberOf defaulted = *this;
         defaulted.presence = Presence::defaulted;
         defaulted.defaultContents = {contents.data(), contents.size()};
         return defaulted;
@@ -194,14 +218,12 @@ struct MemberAccess {
 /// Describes the field `Pointer`. A field of type std::optional is OPTIONAL; it has a DEFAULT if
 /// `withDefault` says so.
 template <auto Pointer>
-constexpr Member member(const char* name) {
+constexpr auto member(const char* name) {
     using Access = detail::MemberAccess<Pointer>;
-    return {name,
-            &Access::Traits::ValueType::asn1Type,
-            &Access::find,
-            &Access::emplace,
-            &Access::remove,
-            Access::Traits::isOptional ? Presence::optional : Presence::mandatory};
+    using Traits = typename Access::Traits;
+    return MemberOf<typename Traits::ValueType, Traits::isOptional>{
+        {name, &Traits::ValueType::asn1Type, &Access::find, &Access::emplace, &Access::remove,
+         Traits::isOptional ? Presence::optional : Presence::mandatory}};
 }
 
 /// A SEQUENCE; the members must outlive it.

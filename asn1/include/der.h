@@ -35,8 +35,20 @@ CERTSTOREUPDATER_API std::int16_t cmp(const Asn1& a, const Asn1& b, bool content
 
 namespace aux {
 
-/// Decodes the value at the beginning of `input`, which may be BER: long and indefinite lengths,
-/// encoded defaults, any BOOLEAN but 0 as TRUE. Strings must be in one piece.
+/// Decodes the value at the beginning of `input`, which may be BER. Unlike `der::decode` this takes
+/// - lengths in a longer form than needed, and indefinite ones;
+/// - members that are encoded although they have their DEFAULT value;
+/// - any BOOLEAN but 0 as TRUE;
+/// - unused bits of a BIT STRING that are not 0; they are cleared;
+/// - strings and times in segments, which are joined (X.690 8.6.4, 8.7.3, 8.23). A segment has the
+///   tag of a BIT STRING or an OCTET STRING, as X.690 asks, or the string's own, as other decoders
+///   take it. Segments may be in segments, 32 deep; only the last one of a BIT STRING may have
+///   unused bits.
+///
+/// The contents of everything else are as in DER: no redundant octets in an INTEGER or an OBJECT
+/// IDENTIFIER, times in their one form. Tags match whatever their constructed bit, but a string
+/// with that bit is in segments. The value holds the DER of what was decoded; only the contents of
+/// an open type stay as they came.
 /// \param input      consumed up to the end of the value; unchanged if this throws
 /// \param wholeInput whether bytes after the value are an error
 /// \throws as `der::decode`

@@ -29,7 +29,7 @@ protected:
     void makeEmpty();
 };
 
-/// A list of items of type `Item`. Its order is kept as it came, also for a SET OF.
+/// A list of items of type `Item`. What was decoded keeps its order, also a SET OF.
 template <class Item>
 class ListOf : public List {
 public:
@@ -84,7 +84,9 @@ public:
         return item;
     }
 
-    /// Adds a copy of an item at the end. Throws what encoding the item throws.
+    /// Adds a copy of an item: to a SEQUENCE OF at the end, to a SET OF before the first item whose
+    /// encoding is greater, so that one that a program builds is in the order of DER (X.690 11.6).
+    /// Throws what encoding the item throws; the list is unchanged then.
     void append(const Item& item) { appendItem(item); }
 
     /// Makes the list one of no items, which differs from no value.

@@ -6,6 +6,7 @@
 #include "element.h"
 #include "length.h"
 #include "makeevent.h"
+#include "segments.h"
 #include "unknownclass.h"
 #include "valuereader.h"
 
@@ -203,7 +204,7 @@ private:
     Position decodeOptional(const Member& member, Position position, Position end) {
         const auto mark = output_.mark();
         const Position next = decodePresent(member, position, end);
-        if (member.presence == Presence::defaulted && lastContentsEqual(member.defaultContents)) {
+        if (member.presence == Presence::defaulted && lastIsDefaultOf(member)) {
             if (rules == Rules::der && !encodedDefaultsAccepted())
                 throw decodeError(L"DefaultValuePresentInDEREncoding", position);
             isDer_ = false;
@@ -235,14 +236,27 @@ private:
     }
 
     void checkContents(const Type& type, unsigned char identifier, const Element& element) {
-        const Range contents = element.contentsRange();
-        // Segments of a string would have to be put together; nobody writes any.
-        if (element.contentsEnd != element.end || !contentsFit(type.typeClass, contents, rules))
+        const Range contents = contentsOf(type, element);
+        if (!contentsFit(type.typeClass, contents, rules))
             throwMismatch(element.begin);
         if (rules == Rules::ber)
             isDer_ = isDer_ && contentsAreNormal(type.typeClass, contents);
         output_.primitive(identifier, type.typeClass, contents);
         lastContents_ = contents;
+    }
+
+    /// The contents octets of a value without elements in it.
+    Range contentsOf(const Type& type, const Element& element) {
+        if constexpr (rules == Rules::ber)
+            if ((element.identifier() & tag::constructed) != 0) {
+                if (mayBeSegmented(type.typeClass)) {
+                    joinSegments(type.typeClass, type.identifier, element, input_.begin(), joined_);
+                    return joined_;
+                }
+                if (element.contentsEnd != element.end) // an indefinite length
+                    throwMismatch(element.begin);
+            }
+        return element.contentsRange();
     }
 
     /// Begins the contents of the constructed element at `position`.
@@ -280,9 +294,17 @@ private:
         return element;
     }
 
-    bool lastContentsEqual(Range contents) const noexcept {
-        return lastContents_.size() == contents.size() &&
-               std::memcmp(lastContents_.begin(), contents.begin(), contents.size()) == 0;
+    /// Whether the value that was read last, once it is DER, is the DEFAULT of the member. Only
+    /// values that are contents octets have one.
+    bool lastIsDefaultOf(const Member& member) const noexcept {
+        const Range expected = member.defaultContents;
+        if (lastContents_.size() != expected.size())
+            return false;
+        if (expected.empty())
+            return true;
+        const std::size_t last = expected.size() - 1;
+        return std::memcmp(lastContents_.begin(), expected.begin(), last) == 0 &&
+               normalLastOctet(member.type->typeClass, lastContents_) == expected[last];
     }
 
     korv::EventParam positionParam(Position position) const {
@@ -314,6 +336,7 @@ private:
     Range input_;
     Output& output_;
     Range lastContents_;
+    TmpBuffer<unsigned char> joined_; ///< what `lastContents_` are of a string in segments
     std::size_t depth_ = 0;
     bool isDer_ = true;
 };

@@ -5,6 +5,7 @@
 #include "der.h"
 #include "element.h"
 #include "oids.h"
+#include "segments.h"
 #include "unset.h"
 
 #include <algorithm>
@@ -104,13 +105,18 @@ struct CharacterContents {
 
 /// Takes any character string, whichever one the type of attribute asks for: certificates of all
 /// ages are to be shown, not judged.
-CharacterContents characterContents(Range encoding) {
+/// \param joined receives the contents of a string in segments
+CharacterContents characterContents(Range encoding, TmpBuffer<unsigned char>& joined) {
     const Element element = elementAt(encoding.begin(), encoding.end());
     const unsigned char identifier = tag::masked(element.identifier());
     const auto set = static_cast<CharacterSet>(identifier);
     if (!isCharacterSet(identifier))
         throwNoCharacterString(element.identifier());
-    const Range contents = element.contentsRange();
+    Range contents = element.contentsRange();
+    if (identifier != element.identifier()) {
+        joinSegments(TypeClass::characterString, identifier, element, encoding.begin(), joined);
+        contents = joined;
+    }
     if (contents.size() % octetsEach(set) != 0)
         throw korv::makeEvent<QuorError_Asn1_Decode>(
             sourceFile, {{L"CAUSE", L"ValueDoesNotMatch"}, {L"POSITION", 0u}});
@@ -118,7 +124,8 @@ CharacterContents characterContents(Range encoding) {
 }
 
 Text characterStringText(Range encoding) {
-    const CharacterContents string = characterContents(encoding);
+    TmpBuffer<unsigned char> joined;
+    const CharacterContents string = characterContents(encoding, joined);
     return characterText(string.set, string.contents);
 }
 
@@ -160,7 +167,8 @@ bool appendOctetText(Writer& text, const CharacterContents& string) {
 }
 
 void appendCharacterString(Writer& text, Range encoding) {
-    const CharacterContents string = characterContents(encoding);
+    TmpBuffer<unsigned char> joined;
+    const CharacterContents string = characterContents(encoding, joined);
     if (!appendOctetText(text, string))
         appendEscaped(text, characterText(string.set, string.contents));
 }

@@ -30,6 +30,11 @@ std::vector<Accepted> constructedBits() {
     const auto row = [](const char* what, const CertBuilder& odd, const CertBuilder& usual) {
         return Accepted{what, odd.build(), usual.build(), Reason::constructedBit};
     };
+    const auto string = [&](const char* what, const CertBuilder& odd, const CertBuilder& usual) {
+        Accepted accepted = row(what, odd, usual);
+        accepted.hasConstructedString = true;
+        return accepted;
+    };
     const auto issuer = [](const Bytes& encoding) { return full().issuer(encoding); };
     const auto algorithm = [](const Bytes& encoding) {
         return full().signatureAlgorithm(encoding);
@@ -52,19 +57,19 @@ std::vector<Accepted> constructedBits() {
         row("a primitive RDN", issuer(sequence({withTag(0x11, rdn)})), issuer(sequence({rdn}))),
         row("a primitive attribute", issuer(sequence({set({withTag(0x10, attribute)})})),
             issuer(sequence({rdn}))),
-        row("constructed times",
-            full().validity(sequence({withTag(0x37, time), withTag(0x38, later)})),
-            full().validity(sequence({time, later}))),
-        row("a constructed unique id", full().uniqueIds(fromHex("A1 02 00 C1")),
-            full().uniqueIds(fromHex("81 02 00 C1"))),
-        row("a constructed signature", full().signature(fromHex("23 02 00 5A")),
-            full().signature(bitString({0x5A}))),
-        row("a signature in segments, which are taken for its octets",
-            full().signature(fromHex("23 07 03 02 00 5A 03 01 00")),
-            full().signature(fromHex("03 07 03 02 00 5A 03 01 00"))),
-        row("an issuerUId with an explicit tag, whose contents are taken for its octets",
-            full().uniqueIds(fromHex("A1 04 03 02 00 C0")),
-            full().uniqueIds(fromHex("81 04 03 02 00 C0"))),
+        string("constructed times",
+               full().validity(sequence({withTag(0x37, time), withTag(0x38, later)})),
+               full().validity(sequence({time, later}))),
+        string("a constructed unique id", full().uniqueIds(fromHex("A1 02 00 C1")),
+               full().uniqueIds(fromHex("81 02 00 C1"))),
+        string("a constructed signature", full().signature(fromHex("23 02 00 5A")),
+               full().signature(bitString({0x5A}))),
+        string("a signature in segments, which are taken for its octets",
+               full().signature(fromHex("23 07 03 02 00 5A 03 01 00")),
+               full().signature(fromHex("03 07 03 02 00 5A 03 01 00"))),
+        string("an issuerUId with an explicit tag, whose contents are taken for its octets",
+               full().uniqueIds(fromHex("A1 04 03 02 00 C0")),
+               full().uniqueIds(fromHex("81 04 03 02 00 C0"))),
         row("primitive extensions", extensions(withTag(0x10, sequence({usualExtension}))),
             extensions(sequence({usualExtension}))),
         row("a primitive extension", extensions(sequence({withTag(0x10, usualExtension)})),
@@ -72,10 +77,11 @@ std::vector<Accepted> constructedBits() {
         row("a constructed critical",
             extensions(sequence({sequence({someId, fromHex("21 01 FF"), octetString({1, 2})})})),
             extensions(sequence({usualExtension}))),
-        row("a constructed extension value",
-            extensions(sequence({sequence({someId, boolean(true), fromHex("24 02 01 02")})})),
-            extensions(sequence({usualExtension}))),
-        row("an extension value in segments, which are taken for its octets",
+        string("a constructed extension value",
+               extensions(sequence({sequence({someId, boolean(true), fromHex("24 02 01 02")})})),
+               extensions(sequence({usualExtension}))),
+        string(
+            "an extension value in segments, which are taken for its octets",
             extensions(sequence({sequence({someId, boolean(true), fromHex("24 04 04 02 01 02")})})),
             extensions(sequence({sequence({someId, boolean(true), octetString({4, 2, 1, 2})})}))),
     };

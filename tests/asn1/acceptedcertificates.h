@@ -24,6 +24,7 @@ struct Accepted {
     testsupport::Bytes certificate;
     testsupport::Bytes encodesTo;
     Reason reason;
+    bool hasConstructedString = false; ///< which is in segments, or malformed, where BER is read
 };
 
 void PrintTo(const Accepted& row, std::ostream* out);

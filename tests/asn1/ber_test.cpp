@@ -72,11 +72,6 @@ TEST(BerDecoding, RefusesAnIndefiniteLengthOfAPrimitiveElement) {
     EXPECT_EQ(berThrows(fromHex("04 80 00 00"), octets), mismatch(0));
 }
 
-TEST(BerDecoding, RefusesAStringInSegmentsOfIndefiniteLength) {
-    asn1::OctetString octets;
-    EXPECT_EQ(berThrows(fromHex("24 80 04 01 AA 00 00"), octets), mismatch(0));
-}
-
 TEST(BerDecoding, RefusesAnIndefiniteLengthThatDoesNotEnd) {
     asn1::OpenType open;
     EXPECT_EQ(berThrows(fromHex("30 80"), open), mismatch(0));
@@ -95,6 +90,163 @@ TEST(BerDecoding, RefusesAnInnerIndefiniteLengthThatEndsBehindItsOwner) {
     asn1::AlgorithmIdentifier algorithm;
     // The outer length covers the inner header only, not its end-of-contents octets.
     EXPECT_EQ(berThrows(fromHex("30 06 06 02 2A 03 30 80 00 00"), algorithm), mismatch(6));
+}
+
+/// The DER of a string in segments.
+template <class String>
+Bytes joined(const char* hex) {
+    return encoded(decodedBer<String>(fromHex(hex)));
+}
+
+TEST(BerSegments, OfAStringAreJoined) {
+    EXPECT_EQ(joined<asn1::OctetString>("24 04 04 02 AA BB"), octetString({0xAA, 0xBB}));
+    EXPECT_EQ(joined<asn1::OctetString>("24 07 04 01 AA 04 02 BB CC"),
+              octetString({0xAA, 0xBB, 0xCC}));
+    EXPECT_EQ(joined<asn1::BitString>("23 08 03 02 00 AA 03 02 04 B0"), bitString({0xAA, 0xB0}, 4));
+    EXPECT_EQ(joined<asn1::UTF8String>("2C 06 04 01 41 04 01 42"), utf8String("AB"));
+    EXPECT_EQ(joined<asn1::PrintableString>("33 06 04 01 41 04 01 42"), printableString("AB"));
+    EXPECT_EQ(joined<asn1::TeletexString>("34 03 04 01 E4"), teletexString({0xE4}));
+    // A character may begin in one segment and end in the next.
+    EXPECT_EQ(joined<asn1::BMPString>("3E 06 04 01 20 04 01 AC"), bmpString(u"\u20AC"));
+    EXPECT_EQ(joined<asn1::UniversalString>("3C 08 04 01 00 04 03 00 20 AC"),
+              universalString(U"\u20AC"));
+    EXPECT_EQ(joined<asn1::UTCTime>("37 11 04 06 323630313031 04 07 3030303030305A"),
+              utcTime("260101000000Z"));
+    EXPECT_EQ(joined<asn1::GeneralizedTime>("38 13 04 08 3230323630313031 04 07 3030303030305A"),
+              generalizedTime("20260101000000Z"));
+}
+
+TEST(BerSegments, MayHaveTheTagOfTheirString) {
+    EXPECT_EQ(joined<asn1::UTF8String>("2C 06 0C 04 41 42 43 44"), utf8String("ABCD"));
+    EXPECT_EQ(joined<asn1::UTF8String>("2C 06 0C 01 41 04 01 42"), utf8String("AB"));
+    EXPECT_EQ(joined<asn1::UTCTime>("37 0F 17 0D 3236303130313030303030305A"),
+              utcTime("260101000000Z"));
+}
+
+TEST(BerSegments, MayBeOfAnyLengthForm) {
+    EXPECT_EQ(joined<asn1::OctetString>("24 80 04 01 AA 00 00"), octetString({0xAA}));
+    EXPECT_EQ(joined<asn1::OctetString>("24 80 24 80 04 01 AA 00 00 04 81 01 BB 00 00"),
+              octetString({0xAA, 0xBB}));
+    EXPECT_EQ(joined<asn1::OctetString>("24 81 07 24 80 04 01 AA 00 00"), octetString({0xAA}));
+    EXPECT_EQ(joined<asn1::BitString>("23 80 03 02 00 80 03 01 00 00 00"), bitString({0x80}));
+}
+
+TEST(BerSegments, MayBeEmptyOrNone) {
+    EXPECT_EQ(joined<asn1::OctetString>("24 00"), octetString({}));
+    EXPECT_EQ(joined<asn1::OctetString>("24 80 00 00"), octetString({}));
+    EXPECT_EQ(joined<asn1::OctetString>("24 05 04 00 04 01 AA"), octetString({0xAA}));
+    EXPECT_EQ(joined<asn1::BitString>("23 00"), bitString({}));
+    EXPECT_EQ(joined<asn1::BitString>("23 07 03 01 00 03 02 01 FE"), bitString({0xFE}, 1));
+}
+
+TEST(BerSegments, OfManyOctetsAreJoined) {
+    Bytes segments;
+    Bytes octets;
+    for (int i = 0; i != 100; ++i) {
+        const Bytes part(7, static_cast<unsigned char>(i));
+        segments = segments + octetString(part);
+        octets = octets + part;
+    }
+    EXPECT_EQ(encoded(decodedBer<asn1::OctetString>(element(0x24, segments))), octetString(octets));
+}
+
+TEST(BerSegments, OfMembersAreJoined) {
+    const Bytes der = fullCertificate()
+                          .uniqueIds(fromHex("81 02 00 C1"))
+                          .extensions({extension("1.2.3", {1, 2}, true)})
+                          .signature(bitString({0x5A, 0xA0}, 4))
+                          .build();
+    const Bytes segmented = sequence(
+        {objectIdentifier("1.2.3"), boolean(true), fromHex("24 80 04 01 01 04 01 02 00 00")});
+    const Bytes ber = fullCertificate()
+                          .uniqueIds(fromHex("A1 04 03 02 00 C1"))
+                          .rawExtensions(explicitly(3, sequence({segmented})))
+                          .signature(fromHex("23 08 03 02 00 5A 03 02 04 AF"))
+                          .build();
+    EXPECT_EQ(encoded(decodedBer<asn1::Certificate>(ber)), der);
+    EXPECT_EQ(encoded(decodedBer<asn1::Signed>(ber)), der);
+}
+
+TEST(BerSegments, MayBeInSegmentsThirtyTwoDeep) {
+    const auto inSegments = [](std::size_t depth) {
+        Bytes string = octetString({0xAA});
+        for (std::size_t i = 0; i != depth; ++i)
+            string = element(0x24, string);
+        return string;
+    };
+    EXPECT_EQ(encoded(decodedBer<asn1::OctetString>(inSegments(32))), octetString({0xAA}));
+    asn1::OctetString octets;
+    EXPECT_EQ(berThrows(inSegments(33), octets), mismatch(64));
+    EXPECT_EQ(berThrows(nested(0x24, 10'000), octets).type,
+              std::type_index(typeid(asn1::QuorError_Asn1_Decode)));
+}
+
+TEST(BerSegments, OfAnotherTypeAreRefused) {
+    asn1::OctetString octets;
+    EXPECT_EQ(berThrows(fromHex("24 06 04 01 AA 02 01 05"), octets), wrongTag("04", "02", 5));
+    EXPECT_EQ(berThrows(fromHex("24 04 03 02 00 80"), octets), wrongTag("04", "03", 2));
+    EXPECT_EQ(berThrows(fromHex("24 03 84 01 AA"), octets), wrongTag("04", "84", 2));
+    EXPECT_EQ(berThrows(fromHex("24 80 24 80 0C 01 41 00 00 00 00"), octets),
+              wrongTag("04", "0C", 4));
+    asn1::BitString bits;
+    EXPECT_EQ(berThrows(fromHex("23 04 04 02 00 80"), bits), wrongTag("03", "04", 2));
+    asn1::UTF8String text;
+    EXPECT_EQ(berThrows(fromHex("2C 03 13 01 41"), text), wrongTag("04 0C", "13", 2));
+    // Octets behind a constructed bit that is only wrong are no segments either.
+    EXPECT_EQ(berThrows(fromHex("2C 02 41 42"), text), wrongTag("04 0C", "41", 2));
+    asn1::Certificate certificate;
+    const Bytes wrong = fromHex("A1 04 81 02 00 C1");
+    const Bytes input = fullCertificate().uniqueIds(wrong).build();
+    EXPECT_EQ(berThrows(input, certificate), wrongTag("03", "81", offsetOf(wrong, input) + 2));
+}
+
+TEST(BerSegments, ThatAreMalformedAreRefused) {
+    asn1::OctetString octets;
+    EXPECT_EQ(berThrows(fromHex("24 03 04 02 AA BB"), octets), mismatch(2));
+    EXPECT_EQ(berThrows(fromHex("24 01 04"), octets), mismatch(2));
+    EXPECT_EQ(berThrows(fromHex("24 04 04 80 00 00"), octets), mismatch(2));
+    EXPECT_EQ(berThrows(fromHex("24 05 04 01 AA 00 00"), octets), wrongTag("04", "00", 5));
+    asn1::BMPString wide;
+    EXPECT_EQ(berThrows(fromHex("3E 05 04 03 00 41 00"), wide), mismatch(0));
+    asn1::UTCTime time;
+    EXPECT_EQ(berThrows(fromHex("37 03 04 01 32"), time), mismatch(0));
+}
+
+TEST(BerSegments, OfABitStringHaveUnusedBitsOnlyInTheLastOne) {
+    asn1::BitString bits;
+    EXPECT_EQ(berThrows(fromHex("23 08 03 02 04 A0 03 02 00 80"), bits), mismatch(6));
+    EXPECT_EQ(berThrows(fromHex("23 07 03 02 04 A0 03 01 00"), bits), mismatch(6));
+    EXPECT_EQ(berThrows(fromHex("23 0A 23 04 03 02 04 A0 03 02 00 80"), bits), mismatch(8));
+    EXPECT_EQ(berThrows(fromHex("23 04 03 02 08 80"), bits), mismatch(2));
+    EXPECT_EQ(berThrows(fromHex("23 03 03 01 01"), bits), mismatch(2));
+    EXPECT_EQ(berThrows(fromHex("23 02 03 00"), bits), mismatch(2));
+    // Dirty ones are cleared, as in one piece.
+    EXPECT_EQ(joined<asn1::BitString>("23 04 03 02 04 FF"), bitString({0xF0}, 4));
+}
+
+TEST(BerSegments, AreOfStringsOnly) {
+    asn1::Integer number;
+    EXPECT_EQ(berThrows(fromHex("22 80 02 01 05 00 00"), number), mismatch(0));
+    asn1::Boolean flag;
+    EXPECT_EQ(berThrows(fromHex("21 03 01 01 FF"), flag), mismatch(0));
+}
+
+TEST(BerSegments, LeaveTheTargetAsItWasWhenTheyAreRefused) {
+    asn1::OctetString octets(bufferOf({1, 2, 3}));
+    berThrows(fromHex("24 06 04 01 AA 02 01 05"), octets);
+    EXPECT_EQ(encoded(octets), octetString({1, 2, 3}));
+}
+
+TEST(BerSegments, AreTakenForOctetsWhereDerIsDecoded) {
+    EXPECT_EQ(encoded(decoded<asn1::OctetString>(fromHex("24 04 04 02 AA BB"))),
+              octetString({0x04, 0x02, 0xAA, 0xBB}));
+}
+
+TEST(BerDecoding, RewritesExplicitTagsWhoseLengthIsLong) {
+    const Bytes der = fullCertificate().build();
+    EXPECT_EQ(encoded(decodedBer<asn1::Certificate>(
+                  fullCertificate().version(fromHex("A0 81 03 02 01 02")).build())),
+              der);
 }
 
 TEST(BerDecoding, TakesAnyBooleanButZeroAsTrue) {

@@ -61,6 +61,25 @@ TEST(KeyUsage, IsReadAsBer) {
     EXPECT_FALSE(certificate.checkUsage(7));
 }
 
+TEST(KeyUsage, InSegmentsAllowsWhatTheyAssertTogether) {
+    const auto usagesOf = [](const char* hex) {
+        const auto certificate = withExtensions({keyUsageOf(fromHex(hex))});
+        EXPECT_EQ(certificate.isAuthority(), certificate.checkUsage(5)) << hex;
+        std::vector<unsigned> usages;
+        for (unsigned bit = 0; bit <= 24; ++bit)
+            if (certificate.checkUsage(bit))
+                usages.push_back(bit);
+        return usages;
+    };
+    using Usages = std::vector<unsigned>;
+    // Neither header nor counts of unused bits are bits of the string.
+    EXPECT_EQ(usagesOf("23 06 03 04 00 80 00 00"), Usages{0});
+    EXPECT_EQ(usagesOf("23 80 03 02 07 80 00 00"), Usages{0});
+    EXPECT_EQ(usagesOf("23 08 03 02 00 04 03 02 07 80"), (Usages{5, 8}));
+    EXPECT_EQ(usagesOf("23 0A 23 04 03 02 00 80 03 02 07 80"), (Usages{0, 8}));
+    EXPECT_EQ(usagesOf("23 00"), Usages{});
+}
+
 TEST(KeyUsage, ThatIsMalformedFailsTheQuestion) {
     EXPECT_EQ(thrownBy([] { withExtensions({keyUsageOf({})}).checkUsage(0); }), mismatch(0));
     EXPECT_EQ(thrownBy([] { withExtensions({keyUsageOf(fromHex("03 00"))}).checkUsage(0); }),
@@ -102,6 +121,8 @@ TEST(Authority, IsDecidedByKeyUsageFirst) {
         {"keyCertSign without cA", {keyUsage({5}), basicConstraints(std::nullopt)}, true},
         {"cA without keyCertSign", {keyUsage({0}), basicConstraints(true)}, false},
         {"cA before KeyUsage", {basicConstraints(true), keyUsage({0})}, false},
+        {"cA and something behind", {constraintsOf(sequence({boolean(true)}) + Bytes{0})}, true},
+        {"keyCertSign and something behind", {keyUsageOf(bitString({4}, 2) + Bytes{0})}, true},
         {"malformed constraints behind KeyUsage",
          {keyUsage({5}), constraintsOf(fromHex("FF"))},
          true},

@@ -93,6 +93,14 @@ TEST(CertificateValues, AreThoseOfTheInput) {
     EXPECT_EQ(asciiOf(toBeSigned.signature.algorithm.text()), "1.2.840.113549.1.1.11");
 }
 
+TEST(Certificate, TellsItsTwoAlgorithmsApart) {
+    const auto certificate = decoded<asn1::Certificate>(sequence(
+        {fullCertificate().toBeSigned(), sequence({objectIdentifier("1.2.3")}), bitString({1})}));
+    EXPECT_EQ(asciiOf(certificate.algorithm().algorithm.text()), "1.2.3");
+    EXPECT_EQ(asciiOf(certificate.toBeSigned().signature.algorithm.text()),
+              "1.2.840.113549.1.1.11");
+}
+
 TEST(CertificateValues, OfVersion1HaveNoneOfTheLaterMembers) {
     const auto certificate = decoded<asn1::Certificate>(CertBuilder().version({}).build());
     EXPECT_EQ(certificate.version().value(), 0);

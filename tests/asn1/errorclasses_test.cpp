@@ -1,8 +1,13 @@
 // The error classes: their names and the families that they are caught by.
 #include "asn1support.h"
+#include "nametext.h"
+#include "oids.h"
 
 #include <memory>
+#include <string>
+#include <type_traits>
 #include <typeinfo>
+#include <vector>
 
 namespace asn1_test {
 namespace {
@@ -58,6 +63,15 @@ TYPED_TEST(CertificateModelError, IsCaughtByEachOfItsFamilies) {
     EXPECT_THROW(error.raise(), std::exception);
 }
 
+template <class Event, class... All>
+constexpr int ownAndBaseClassesAmong(::testing::Types<All...>) {
+    return (int{std::is_base_of_v<All, Event>} + ...);
+}
+
+TYPED_TEST(CertificateModelError, IsNotCaughtByAnotherClassThatIsThrown) {
+    EXPECT_EQ(ownAndBaseClassesAmong<TypeParam>(Events()), 1);
+}
+
 TYPED_TEST(CertificateModelError, KeepsItsClassInCopies) {
     TypeParam error(L"somewhere.cpp", 7);
     error.setParam(L"KEY", L"value");
@@ -76,15 +90,39 @@ TYPED_TEST(CertificateModelError, TakesOverAnyEventWhole) {
     EXPECT_EQ(converted.params(), cause.params());
 }
 
-TEST(DecodingError, NamesTheSourceFileThatItComesFrom) {
-    asn1::Integer number;
+/// The source file of the event that `action` throws, and of that event's cause.
+template <class Action>
+std::vector<std::string> filesOf(Action action) {
+    std::vector<std::string> files;
     try {
-        decode({}, number);
-        FAIL() << "nothing was thrown";
+        action();
     } catch (const korv::GenericEvent& error) {
-        EXPECT_STREQ(error.what(), "QuorError_Asn1_Decode");
-        EXPECT_EQ(asciiOf(error.file()), "asn1\\src\\decoder.cpp");
+        for (const korv::GenericEvent* event = &error; event; event = event->parent())
+            files.push_back(asciiOf(event->file()));
     }
+    return files;
+}
+
+TEST(ErrorOfTheCertificateModel, NamesTheSourceFileThatItComesFrom) {
+    using namespace testsupport;
+    using Files = std::vector<std::string>;
+    const auto certificate = decoded<asn1::Certificate>(CertBuilder().build());
+    asn1::Integer number;
+    asn1::OctetString octets;
+    EXPECT_EQ(filesOf([&] { number.cmp(number, static_cast<asn1::Amatch>(1)); }),
+              Files{"asn1\\src\\asn1.cpp"});
+    EXPECT_EQ(filesOf([&] { certificate.extensionValue(asn1::id_ce_keyUsage, number); }),
+              Files{"asn1\\src\\certificate.cpp"});
+    EXPECT_EQ(filesOf([&] { decode({}, number); }), Files{"asn1\\src\\decoder.cpp"});
+    EXPECT_EQ(filesOf([&] { decode(boolean(true), number); }), Files(2, "asn1\\src\\decoder.cpp"));
+    EXPECT_EQ(filesOf([&] { encoded(number); }), Files(2, "asn1\\src\\encoder.cpp"));
+    EXPECT_EQ(filesOf([] { toText(asn1::RDNSequence()); }), Files{"asn1\\src\\nametext.cpp"});
+    EXPECT_EQ(filesOf([&] { decodeBer(fromHex("24 01 04"), octets); }),
+              Files{"asn1\\src\\segments.cpp"});
+    EXPECT_EQ(filesOf([&] { decodeBer(fromHex("24 02 02 00"), octets); }),
+              Files(2, "asn1\\src\\segments.cpp"));
+    EXPECT_EQ(filesOf([] { asn1::RDNSequence()[0]; }), Files{"asn1\\src\\sequenceof.cpp"});
+    EXPECT_EQ(filesOf([&] { number.value(); }), Files{"asn1\\src\\simpletypes.cpp"});
 }
 
 } // namespace

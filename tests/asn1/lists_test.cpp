@@ -77,6 +77,25 @@ TEST(List, GrowsAtItsEnd) {
     EXPECT_EQ(encoded(extensions), element(0x30, expected));
 }
 
+TEST(List, OfASetIsInTheOrderOfDerIfAProgramBuildsIt) {
+    const Bytes country = attribute("C", printableString("DE"));
+    const Bytes name = attribute("CN", utf8String("Name"));
+    asn1::RelativeDistinguishedName built;
+    built.append(decoded<asn1::AttributeTypeAndValue>(name));
+    built.append(decoded<asn1::AttributeTypeAndValue>(country));
+    EXPECT_EQ(encoded(built), set({country, name}));
+
+    // Names are signed as they are, so what was decoded stays in the order of its encoding.
+    const Bytes input = fullCertificate().subject(nameOf({set({name, country})})).build();
+    const auto certificate = decoded<asn1::Certificate>(input);
+    asn1::Signed values = certificate.values();
+    EXPECT_EQ(encoded(asn1::Certificate(values)), input);
+    values.toBeSigned.subject.rdnSequence.append(built);
+    EXPECT_EQ(
+        encoded(asn1::Certificate(values)),
+        fullCertificate().subject(nameOf({set({name, country}), set({country, name})})).build());
+}
+
 TEST(List, GrowsWithoutChangingItsCopies) {
     asn1::RDNSequence names = namesOf(name({{"O", "An organisation with a long name"}}));
     const asn1::RDNSequence copy = names;

@@ -173,6 +173,21 @@ TEST(NameText, ConvertsEachStringType) {
         EXPECT_EQ(commonName(element(identifier, fromText("text"))), u"text");
 }
 
+TEST(NameText, JoinsTheSegmentsOfAString) {
+    EXPECT_EQ(commonName(fromHex("2C 06 0C 04 41 42 43 44")), u"ABCD");
+    EXPECT_EQ(commonName(fromHex("2C 08 04 02 41 C3 04 02 A9 2C")), u"A\u00E9\\,");
+    EXPECT_EQ(commonName(fromHex("33 0A 04 01 41 33 80 13 01 42 00 00")), u"AB");
+    EXPECT_EQ(commonName(fromHex("3E 06 04 01 20 04 01 AC")), u"\u20AC");
+    EXPECT_EQ(commonName(fromHex("2C 00")), u"");
+}
+
+TEST(NameText, OfAConstructedStringThatIsNotInSegmentsIsAnError) {
+    EXPECT_EQ(thrownBy([] { commonName(fromHex("2C 04 41 42 43 44")); }),
+              wrongTag("04 0C", "41", 2));
+    EXPECT_EQ(thrownBy([] { commonName(fromHex("2C 06 04 01 41 0C 02 42")); }), mismatch(5));
+    EXPECT_EQ(thrownBy([] { commonName(fromHex("3E 03 04 01 41")); }), mismatch(0));
+}
+
 TEST(NameText, KeepsTheLowSixteenBitsOfLargeCharacters) {
     EXPECT_EQ(commonName(utf8String("\xF0\x9F\x98\x80")), u"\xF600");
     EXPECT_EQ(commonName(universalString(U"\U0001F600")), u"\xF600");

@@ -57,6 +57,27 @@ TEST(OpenSsl, ReadsTheSameBesidesParametersThatItEncodesOtherwise) {
     EXPECT_TRUE(isAcceptedByOpenSsl(rangeOf(der)));
 }
 
+Bytes withKeyUsage(const char* hex) {
+    return fullCertificate().extensions({extension("2.5.29.15", fromHex(hex))}).build();
+}
+
+TEST(OpenSsl, ReadsTheSameFromAKeyUsageInASegment) {
+    for (const char* usage : {"23 06 03 04 00 80 00 00", "23 80 03 02 07 80 00 00",
+                              "23 06 23 04 03 02 02 04", "23 80 23 80 03 02 00 04 00 00 00 00"}) {
+        SCOPED_TRACE(usage);
+        expectSame(withKeyUsage(usage));
+    }
+}
+
+// It takes the counts of unused bits of all segments but the first for bits.
+TEST(OpenSsl, ReadsTheSameBesidesAKeyUsageInSegments) {
+    for (const char* usage : {"23 08 03 02 00 04 03 02 07 80", "23 80 03 01 00 03 02 00 04 00 00",
+                              "23 0A 23 04 03 02 00 80 03 02 00 80"}) {
+        SCOPED_TRACE(usage);
+        expectSame(withKeyUsage(usage));
+    }
+}
+
 /// How both judge a certificate of which one octet was changed.
 struct Verdicts {
     std::size_t bothAccept = 0;

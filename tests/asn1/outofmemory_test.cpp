@@ -153,6 +153,20 @@ TEST(OutOfMemory, LeavesAListAsItWas) {
     EXPECT_EQ(list.size(), 2u);
 }
 
+TEST(OutOfMemory, LeavesASetAsItWas) {
+    const auto names = decoded<asn1::RelativeDistinguishedName>(
+        set({attribute("CN", utf8String("A name of more than fifteen octets"))}));
+    const auto item = decoded<asn1::AttributeTypeAndValue>(attribute("C", printableString("DE")));
+    asn1::RelativeDistinguishedName set = names;
+    const std::size_t allocations = failEachAllocation([&] { set.append(item); },
+                                                       [&](std::size_t, bool threw) {
+                                                           EXPECT_TRUE(threw);
+                                                           EXPECT_EQ(encoded(set), encoded(names));
+                                                       });
+    EXPECT_GT(allocations, 0u);
+    EXPECT_EQ(set.size(), 2u);
+}
+
 TEST(OutOfMemory, ComesOutOfNameText) {
     const auto names = decoded<asn1::RDNSequence>(
         name({{"CN", "A name, long enough"}, {"1.2.3.4", "unknown"}, {"O", "\xC3\xA9, x"}}));

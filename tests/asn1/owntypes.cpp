@@ -86,6 +86,33 @@ const asn1::Type& TwoCertificates::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr unsigned char trueContents[] = {0xFF};
+static constexpr unsigned char textContents[] = {0xAA, 0xBB};
+static constexpr unsigned char bitsContents[] = {0x07, 0x80};
+static constexpr asn1::Member holdingDefaultsMembers[] = {
+    asn1::member<&HoldingDefaults::flag>("flag").withDefault(trueContents),
+    asn1::member<&HoldingDefaults::text>("text").implicitly(0).withDefault(textContents),
+    asn1::member<&HoldingDefaults::bits>("bits").withDefault(bitsContents),
+    asn1::member<&HoldingDefaults::number>("number"),
+};
+constinit const asn1::Type HoldingDefaults::asn1Type =
+    asn1::sequence("HoldingDefaults", holdingDefaultsMembers);
+const asn1::Type& HoldingDefaults::type() const noexcept {
+    return asn1Type;
+}
+
+constinit const asn1::Type KeptDefaults::asn1Type{
+    "KeptDefaults", asn1::TypeClass::kept, asn1::tag::none, {}, &HoldingDefaults::asn1Type};
+const asn1::Type& KeptDefaults::type() const noexcept {
+    return asn1Type;
+}
+
+constinit const asn1::Type SetOfIntegers::asn1Type =
+    asn1::setOf("SetOfIntegers", asn1::Integer::asn1Type);
+const asn1::Type& SetOfIntegers::type() const noexcept {
+    return asn1Type;
+}
+
 constinit const asn1::Type KeptConstraints::asn1Type{"KeptConstraints",
                                                      asn1::TypeClass::kept,
                                                      asn1::tag::none,

@@ -90,6 +90,33 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { flag BOOLEAN DEFAULT TRUE, text [0] IMPLICIT OCTET STRING DEFAULT 'AABB'H,
+///   bits BIT STRING DEFAULT '1'B, number INTEGER }
+class HoldingDefaults : public asn1::Sequence {
+public:
+    std::optional<asn1::Boolean> flag;
+    std::optional<asn1::OctetString> text;
+    std::optional<asn1::BitString> bits;
+    asn1::Integer number;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// The same, kept as its encoding.
+class KeptDefaults : public asn1::EncodedValue {
+public:
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
+/// SET OF INTEGER
+class SetOfIntegers : public asn1::ListOf<asn1::Integer> {
+public:
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 /// BasicConstraints, kept as their encoding. None of their members must be there.
 class KeptConstraints : public asn1::EncodedValue {
 public:

@@ -2,6 +2,7 @@
 #include "owntypes.h"
 
 #include "asn1support.h"
+#include "asn1type.h"
 
 namespace asn1_test {
 namespace {
@@ -176,6 +177,123 @@ TEST(TwoCertificatesTakenApart, AreEncodedAsTheyWere) {
     const Bytes second = fullCertificate().version({}).build();
     const Bytes encoding = sequence({first, second});
     EXPECT_EQ(encoded(decoded<TwoCertificates>(encoding)), encoding);
+}
+
+TEST(EncodedDefault, IsSeenWhateverItsFormIsInBer) {
+    const Bytes der = sequence({integer(5)});
+    for (const char* member :
+         {"01 01 FF", "01 01 01", "80 02 AA BB", "A0 04 04 02 AA BB", "A0 06 04 01 AA 04 01 BB",
+          "03 02 07 80", "03 02 07 FF", "23 80 03 02 07 FF 00 00"}) {
+        const Bytes input = sequence({fromHex(member), integer(5)});
+        const auto value = decodedBer<HoldingDefaults>(input);
+        EXPECT_FALSE(value.flag || value.text || value.bits) << member;
+        EXPECT_EQ(value.number.value(), 5);
+        EXPECT_EQ(encoded(decodedBer<KeptDefaults>(input)), der) << member;
+    }
+    for (const char* member :
+         {"01 01 00", "80 02 AA BC", "80 01 AA", "03 02 07 00", "03 02 06 80"}) {
+        const Bytes input = sequence({fromHex(member), integer(5)});
+        EXPECT_EQ(encoded(decodedBer<KeptDefaults>(input)), input) << member;
+        EXPECT_EQ(encoded(decodedBer<HoldingDefaults>(input)), input) << member;
+    }
+}
+
+TEST(EncodedDefault, OfAnyTypeIsRefusedInDer) {
+    HoldingDefaults value;
+    for (const char* member : {"01 01 FF", "80 02 AA BB", "03 02 07 80"})
+        EXPECT_EQ(thrownBy([&] {
+                      decode(sequence({fromHex(member), integer(5)}), value);
+                  }),
+                  decodeError("DefaultValuePresentInDEREncoding", 2))
+            << member;
+}
+
+/// A type with members of each kind, of which some can be declared and others must not compile.
+struct Declared : asn1::Sequence {
+    std::optional<asn1::Boolean> flag;
+    std::optional<asn1::Integer> number;
+    std::optional<Nested> list;
+    std::optional<TaggedChoice> either;
+    std::optional<asn1::OpenType> any;
+    std::optional<asn1::Certificate> kept;
+    std::optional<asn1::BasicConstraintsSyntax> members;
+    asn1::Integer mandatory;
+};
+
+template <unsigned char Octet>
+constexpr unsigned char octet[] = {Octet};
+
+/// Whether the member may have the DEFAULT of this contents octet.
+template <auto Pointer, unsigned char Octet>
+concept TakesDefault = requires {
+    typename std::bool_constant<(asn1::member<Pointer>("member").withDefault(octet<Octet>), true)>;
+};
+template <auto Pointer>
+concept TakesImplicitTag = requires {
+    asn1::member<Pointer>("member").implicitly(0);
+};
+template <auto Pointer>
+concept TakesExplicitTag = requires {
+    asn1::member<Pointer>("member").explicitly(0);
+};
+
+TEST(DeclaredDefault, IsOfAPrimitiveTypeAndOfAMemberThatMayBeAbsent) {
+    EXPECT_TRUE((TakesDefault<&Declared::flag, 0x00>));
+    EXPECT_TRUE((TakesDefault<&Declared::number, 5>));
+    EXPECT_FALSE((TakesDefault<&Declared::list, 0>)) << "its contents are elements";
+    EXPECT_FALSE((TakesDefault<&Declared::either, 0>));
+    EXPECT_FALSE((TakesDefault<&Declared::any, 0>));
+    EXPECT_FALSE((TakesDefault<&Declared::kept, 0>));
+    EXPECT_FALSE((TakesDefault<&Declared::members, 0>));
+    EXPECT_FALSE((TakesDefault<&Declared::mandatory, 5>)) << "it would keep what it had before";
+}
+
+TEST(DeclaredDefault, OfABooleanIsAsDerHasIt) {
+    EXPECT_TRUE((TakesDefault<&Declared::flag, 0xFF>));
+    EXPECT_FALSE((TakesDefault<&Declared::flag, 0x01>));
+}
+
+TEST(DeclaredImplicitTag, TakesThePlaceOfATag) {
+    EXPECT_TRUE((TakesImplicitTag<&Declared::flag>));
+    EXPECT_TRUE((TakesImplicitTag<&Declared::list>));
+    EXPECT_TRUE((TakesImplicitTag<&Declared::members>));
+    EXPECT_FALSE((TakesImplicitTag<&Declared::either>));
+    EXPECT_FALSE((TakesImplicitTag<&Declared::any>));
+    EXPECT_FALSE((TakesImplicitTag<&Declared::kept>));
+    EXPECT_TRUE((TakesExplicitTag<&Declared::either>));
+    EXPECT_TRUE((TakesExplicitTag<&Declared::kept>));
+}
+
+SetOfIntegers setOf(std::initializer_list<int> numbers) {
+    SetOfIntegers set;
+    set.clear();
+    for (const int number : numbers)
+        set.append(asn1::Integer(number));
+    return set;
+}
+
+TEST(SetThatAProgramBuilds, IsInTheOrderOfDer) {
+    const Bytes expected = set({integer(1), integer(2), integer(3), integer(256)});
+    EXPECT_EQ(encoded(setOf({1, 2, 3, 256})), expected);
+    EXPECT_EQ(encoded(setOf({256, 3, 2, 1})), expected);
+    EXPECT_EQ(encoded(setOf({3, 256, 1, 2})), expected);
+    EXPECT_EQ(encoded(setOf({2, 1, 2})), set({integer(1), integer(2), integer(2)}));
+    SetOfIntegers fromNull;
+    fromNull.append(asn1::Integer(2));
+    fromNull.append(asn1::Integer(1));
+    EXPECT_EQ(encoded(fromNull), set({integer(1), integer(2)}));
+}
+
+TEST(SetThatWasDecoded, KeepsItsOrder) {
+    const Bytes descending = set({integer(3), integer(2), integer(9)});
+    auto numbers = decoded<SetOfIntegers>(descending);
+    EXPECT_EQ(encoded(numbers), descending);
+    const SetOfIntegers copy = numbers;
+    EXPECT_EQ(encoded(copy), descending);
+    // What is added later comes before the first one that has to follow it.
+    numbers.append(asn1::Integer(5));
+    EXPECT_EQ(encoded(numbers), set({integer(3), integer(2), integer(5), integer(9)}));
+    EXPECT_EQ(encoded(copy), descending);
 }
 
 TEST(KeptValueWithoutMandatoryMembers, IsNamedItselfIfItIsMissing) {

@@ -88,9 +88,10 @@ here and there.
 OpenSSL accepts every certificate that is accepted here, except for some with constructed bits, or with
 malformed values that are decoded only when somebody asks for them. Where both accept a certificate,
 both read the same names, serial number, version, key usage and basic constraints, and encode it to the
-same octets; only the segments of a string in an algorithm's parameters are joined by OpenSSL alone. The
-tests check this for the certificates below, for the authorities that Debian trusts, and for all inputs
-of the [fuzzers](fuzzing.md).
+same octets, with two exceptions. Only OpenSSL joins the segments of a string in an algorithm's
+parameters. And only here a key usage in several segments is what they assert together: OpenSSL takes
+the counts of unused bits in the later ones for bits. The tests check this for the certificates below,
+for the authorities that Debian trusts, and for all inputs of the [fuzzers](fuzzing.md).
 
 ## Refused
 

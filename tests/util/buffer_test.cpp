@@ -523,6 +523,40 @@ TYPED_TEST(BufferAppend, TakesPartOfItsOwnContents) {
     }
 }
 
+TYPED_TEST(BufferAppend, TakesItsOwnTerminator) {
+    const std::vector<TypeParam> zero{TypeParam{}};
+    // Within the object, into a first block, within a block, into a new block.
+    for (const std::size_t size : {0u, 7u, 8u, 15u, 16u, 39u, 40u, 100u}) {
+        const auto whole = elements<TypeParam>(size);
+        auto text = bufferOf<TypeParam>(size);
+        text.append(text.end(), 1);
+        EXPECT_EQ(contents(text), joined(whole, zero)) << size;
+        EXPECT_TRUE(isTerminated(text));
+
+        text = bufferOf<TypeParam>(size);
+        text.append(text.begin(), size + 1);
+        EXPECT_EQ(contents(text), joined(joined(whole, whole), zero)) << size;
+        EXPECT_TRUE(isTerminated(text));
+
+        text = bufferOf<TypeParam>(size);
+        text.append(text.end(), 0);
+        EXPECT_EQ(contents(text), whole) << size;
+    }
+    auto full = bufferOf<TypeParam>(16);
+    while (full.size() != full.capacity())
+        full.append(TypeParam{'x'});
+    const auto before = contents(full);
+    full.append(full.end(), 1);
+    EXPECT_EQ(contents(full), joined(before, zero));
+    EXPECT_TRUE(isTerminated(full));
+
+    auto shared = bufferOf<TypeParam>(20);
+    const auto copy = shared;
+    shared.append(shared.end(), 1);
+    EXPECT_EQ(contents(shared), joined(elements<TypeParam>(20), zero));
+    EXPECT_EQ(contents(copy), elements<TypeParam>(20));
+}
+
 TYPED_TEST(BufferAppend, ToASharedBlockLeavesTheOthersAlone) {
     auto text = bufferOf<TypeParam>(20);
     const auto copy = text;
@@ -542,7 +576,21 @@ TYPED_TEST(BufferAppend, OfItselfToASharedBlockLeavesTheOthersAlone) {
     EXPECT_EQ(contents(copy), elements<TypeParam>(20));
 }
 
-// ---- Resizing and detaching
+// ---- Resizing, resetting and detaching
+
+TYPED_TEST(BufferResize, IsNullAfterAReset) {
+    for (const std::size_t size : {0u, 7u, 20u}) {
+        auto text = bufferOf<TypeParam>(size);
+        const auto copy = text;
+        text.reset();
+        EXPECT_TRUE(text.isNull());
+        EXPECT_EQ(text.size(), 0u);
+        EXPECT_EQ(contents(copy), elements<TypeParam>(size));
+        EXPECT_LE(copy.references(), 1u);
+        text.append(TypeParam{'x'});
+        EXPECT_EQ(contents(text), std::vector<TypeParam>{'x'});
+    }
+}
 
 TYPED_TEST(BufferResize, KeepsWhatWasThereAndTerminates) {
     const std::size_t sizes[] = {0, 1, 14, 15, 16, 17, 40, 41, 100};

@@ -291,6 +291,17 @@ TEST(Utf8Decode, LeavesCopiesOfTheTextAlone) {
     EXPECT_STREQ(copy.c_str(), L"text of more than fifteen units");
 }
 
+TEST(Utf8Decode, WritesNoFurtherThanItsRoomWhereSequencesThatWereNotForeseenCameBefore) {
+    // Room is foreseen for the last ones only, and is nearly full when they come.
+    for (const std::size_t pairs : {1u, 7u, 59u, 60u, 61u, 66u, 67u}) {
+        Bytes bytes(2 * pairs, 0x80);
+        Units expected(pairs, 0x0000);
+        bytes.insert(bytes.end(), 67, 'a');
+        expected.insert(expected.end(), 67, 'a');
+        EXPECT_EQ(decoded(bytes), expected) << pairs;
+    }
+}
+
 TEST(Utf8Decode, AllocatesOnceForLongText) {
     const Bytes bytes(10000, 'x');
     Buffer<wchar_t> text;

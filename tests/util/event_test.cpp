@@ -380,6 +380,37 @@ TEST(MakeEvent, TakesTextsAndNumbersAsValues) {
                      L"18446744073709551615"}));
 }
 
+/// Whether a parameter can be made of a literal 0 of a type.
+template <class Param>
+concept TakesZero = requires {
+    Param(L"KEY", 0);
+};
+template <class Param>
+concept TakesLongZero = requires {
+    Param(L"KEY", 0L);
+};
+template <class Param>
+concept TakesUnsignedZero = requires {
+    Param(L"KEY", 0u);
+};
+
+TEST(MakeEvent, DoesNotTakeALiteralZeroForAText) {
+    EXPECT_FALSE(TakesZero<korv::EventParam>);
+    EXPECT_FALSE(TakesLongZero<korv::EventParam>);
+    EXPECT_TRUE(TakesUnsignedZero<korv::EventParam>);
+    EXPECT_FALSE((std::is_constructible_v<korv::EventParam, const wchar_t*, int>));
+}
+
+TEST(MakeEvent, TakesAPointerToNoTextForANullText) {
+    const wchar_t* const none = nullptr;
+    const auto event = makeEvent<TrialError_First>(
+        sourceFile, {{L"POINTER", none}, {L"BUFFER", Buffer<wchar_t>()}, {L"EMPTY", L""}});
+    ASSERT_EQ(event.params().size(), 3u);
+    EXPECT_TRUE(event.params()[0].value.isNull());
+    EXPECT_TRUE(event.params()[1].value.isNull());
+    EXPECT_FALSE(event.params()[2].value.isNull());
+}
+
 TEST(MakeEvent, SharesTheTextsItIsGiven) {
     const Buffer<wchar_t> name(L"a name of more than fifteen units");
     const auto event = makeEvent<TrialError_First>(sourceFile, {{L"STORE", name}});

@@ -220,18 +220,40 @@ TEST(OutOfMemory, LeavesTheEncodersBytesAsTheyWere) {
             many.append(L'\u20AC');
         return many;
     }();
-    for (const std::size_t present : {std::size_t{0}, std::size_t{3}, std::size_t{20}}) {
-        const std::vector<unsigned char> before(20, 0x2E);
-        Buffer<unsigned char> bytes(before.data(), present);
+    const std::vector<unsigned char> present(20, 0x2E);
+    const Buffer<unsigned char> starts[] = {
+        {}, {present.data(), 0}, {present.data(), 3}, {present.data(), present.size()}};
+    for (const Buffer<unsigned char>& start : starts) {
+        Buffer<unsigned char> bytes(start.data(), start.size());
         const auto isUntouched = [&](std::size_t, bool threw) {
             EXPECT_TRUE(threw);
-            EXPECT_EQ(bytes, Buffer<unsigned char>(before.data(), present));
-            EXPECT_EQ(bytes.data()[present], 0);
+            EXPECT_EQ(bytes, start);
+            EXPECT_EQ(bytes.isNull(), start.isNull());
+            EXPECT_EQ(bytes.c_str()[bytes.size()], 0);
         };
         const std::size_t allocations =
             failEachAllocation([&] { buffer::Utf8Encoder::encode(units, bytes); }, isUntouched);
         EXPECT_GT(allocations, 1u);
-        EXPECT_EQ(bytes.size(), present + 300);
+        EXPECT_EQ(bytes.size(), start.size() + 300);
+    }
+}
+
+TEST(OutOfMemory, LeavesATextThatGetsNoCharacterAsItWas) {
+    // Nothing is foreseen for sequences that begin with a continuation byte, so the text gets its
+    // first room, more than fits into it, when the first one is there.
+    const std::vector<unsigned char> bytes(40, 0x80);
+    for (const Buffer<wchar_t>& start : {Buffer<wchar_t>(), Buffer<wchar_t>(L"")}) {
+        Buffer<wchar_t> decoded = start;
+        BufferRange<unsigned char> range(bytes.data(), bytes.size());
+        EXPECT_EQ(failEachAllocation([&] { buffer::Utf8Decoder::decode(range, decoded); },
+                                     [&](std::size_t, bool threw) {
+                                         EXPECT_TRUE(threw);
+                                         EXPECT_EQ(decoded.isNull(), start.isNull());
+                                         EXPECT_TRUE(decoded.empty());
+                                         EXPECT_EQ(range.begin(), bytes.data());
+                                     }),
+                  1u);
+        EXPECT_EQ(decoded.size(), 20u);
     }
 }
 

@@ -55,7 +55,8 @@ public:
     ///   "BadUft8Encoding" for a sequence that is cut short (`bytes` then begins at its lead
     ///   byte) or has a byte not of the form 10xxxxxx (at that byte); without parameters for FE
     ///   and FF (at that byte). `text` keeps what was decoded before.
-    /// \throws std::bad_alloc; `bytes` then begins at the first sequence that `text` lacks
+    /// \throws std::bad_alloc; `bytes` then begins at the first sequence that `text` lacks, which
+    ///   is null still if it was null and lacks all of them
     static void decode(BufferRange<unsigned char>& bytes, GenericBuffer<wchar_t>& text) {
         if (bytes.empty())
             return;
@@ -107,12 +108,14 @@ private:
     class Output {
     public:
         Output(GenericBuffer<wchar_t>& text, std::size_t expected)
-            : text_(text), size_(text.size()) {
+            : text_(text), size_(text.size()), wasNull_(text.isNull()) {
             text.resize(size_ + expected);
         }
         // What has grown is nobody else's, so cutting it back does not allocate.
         ~Output() { // NOLINT(bugprone-exception-escape)
-            if (size_ != text_.size())
+            if (wasNull_ && size_ == 0)
+                text_.reset();
+            else if (size_ != text_.size())
                 text_.resize(size_);
         }
         Output(const Output&) = delete;
@@ -134,6 +137,7 @@ private:
     private:
         GenericBuffer<wchar_t>& text_;
         std::size_t size_;
+        bool wasNull_;
     };
 
     /// Decodes sequences of up to three bytes as long as they are well formed and there is room;
@@ -217,8 +221,9 @@ private:
 class Utf8Encoder {
 public:
     /// Appends the encoding of `text` to `bytes`. No terminating zero is counted.
-    /// \throws std::bad_alloc; `bytes` has its old contents then
+    /// \throws std::bad_alloc; `bytes` has its old contents then, and is null if it was null
     static void encode(BufferRange<wchar_t> text, GenericBuffer<unsigned char>& bytes) {
+        const bool wasNull = bytes.isNull();
         const std::size_t oldSize = bytes.size();
         std::size_t written = oldSize;
         std::size_t room = oldSize; // what is there may be shared, so it is no room
@@ -235,7 +240,9 @@ public:
             }
         } catch (...) {
             // What has grown is nobody else's, so cutting it back does not allocate.
-            if (bytes.size() != oldSize)
+            if (wasNull)
+                bytes.reset();
+            else if (bytes.size() != oldSize)
                 bytes.resize(oldSize);
             throw;
         }

@@ -170,16 +170,31 @@ public:
             moveToNewBlock(newSize, Manager::grownCapacity(newSize));
     }
 
-    /// Appends `count` elements, which may lie in this buffer itself.
+    /// Makes this a null buffer.
+    void reset() noexcept {
+        releaseBlock();
+        data_ = nullptr;
+        size_ = 0;
+    }
+
+    /// Appends `count` elements, which may lie in this buffer itself, its terminator included.
     /// \throws std::bad_alloc; the buffer is unchanged then
     void append(const T* elements, std::size_t count) {
         if (count > (std::numeric_limits<std::size_t>::max)() - size())
             throw std::bad_array_new_length();
         const std::size_t oldSize = size();
-        const bool ownElements = ownsAddress(elements);
-        const std::size_t offset = ownElements ? static_cast<std::size_t>(elements - data_) : 0;
+        if (!ownsAddress(elements)) {
+            resize(oldSize + count);
+            copyElements(data_ + oldSize, elements, count);
+            return;
+        }
+        const auto offset = static_cast<std::size_t>(elements - data_);
         resize(oldSize + count);
-        copyElements(data_ + oldSize, ownElements ? data_ + offset : elements, count);
+        // Where the terminator was the copies begin, and a new block never had it.
+        const std::size_t copied = count <= oldSize - offset ? count : oldSize - offset;
+        copyElements(data_ + oldSize, data_ + offset, copied);
+        if (copied != count)
+            data_[oldSize + copied] = T{};
     }
     /// Appends the contents of a buffer, which may be this one.
     void append(const GenericBuffer& other) { append(other.data_, other.size()); }
@@ -315,9 +330,10 @@ private:
         return isInHeap() && Manager::isSole(data_) && newSize <= Manager::capacity(data_);
     }
 
+    /// Whether the element is one of this buffer's, or its terminator.
     bool ownsAddress(const T* element) const noexcept {
         return data_ != nullptr && !std::less<const T*>()(element, data_) &&
-               std::less<const T*>()(element, data_ + size_);
+               !std::less<const T*>()(data_ + size_, element);
     }
 
     void moveInline(std::size_t newSize) noexcept {

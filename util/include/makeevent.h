@@ -21,6 +21,9 @@ public:
     /// A number, as decimal text.
     template <std::unsigned_integral Number>
     EventParam(const wchar_t* key, Number number) : param_{key, decimal(number)} {}
+    /// No parameter has a sign. A literal 0, which would be a null pointer to a text, is 0u.
+    template <std::signed_integral Number>
+    EventParam(const wchar_t* key, Number number) = delete;
 
     /// As the event keeps it.
     const GenericEvent::Param& get() const noexcept { return param_; }

@@ -91,6 +91,29 @@ asn1::Certificate withPlainOpenTypes(const asn1::Certificate& certificate) {
     return asn1::Certificate(values);
 }
 
+/// How many pieces the string at `position` is in, 1 if it has no segments. Goes to its end.
+std::size_t piecesAt(const unsigned char*& position, const unsigned char* end) {
+    long length = 0;
+    int tag = 0;
+    int tagClass = 0;
+    const int form = ASN1_get_object(&position, &length, &tag, &tagClass, end - position);
+    if ((form & V_ASN1_CONSTRUCTED) == 0) {
+        position += length;
+        return 1;
+    }
+    const bool isIndefinite = (form & 1) != 0;
+    const unsigned char* const contentsEnd = isIndefinite ? end : position + length;
+    std::size_t pieces = 0;
+    while (position != contentsEnd) {
+        if (isIndefinite && position[0] == 0 && position[1] == 0) {
+            position += 2;
+            break;
+        }
+        pieces += piecesAt(position, contentsEnd);
+    }
+    return pieces;
+}
+
 /// What OpenSSL encodes of a certificate.
 struct Encodings {
     Bytes certificate;
@@ -179,12 +202,16 @@ private:
         return static_cast<Value*>(value);
     }
 
-    /// Whether the octets of the first extension of a kind are `encoding`.
-    bool isEncodedAs(const asn1::ObjectIdentifier& extnId, const Bytes& encoding) const {
+    /// The octets of the first extension of a kind, which is there.
+    Bytes octetsOf(const asn1::ObjectIdentifier& extnId) const {
         for (const asn1::Extension& extension : ours_.extensions())
             if (extension.extnId == extnId)
-                return bytesOf(extension.extnValue.contents()) == encoding;
-        return false;
+                return bytesOf(extension.extnValue.contents());
+        return {};
+    }
+
+    bool isEncodedAs(const asn1::ObjectIdentifier& extnId, const Bytes& encoding) const {
+        return octetsOf(extnId) == encoding;
     }
 
     void compareKeyUsage() {
@@ -192,8 +219,18 @@ private:
         const BitsPtr usage(extension<ASN1_BIT_STRING>(NID_key_usage, id, "presence of key usage"));
         if (!usage)
             return;
-        if (!read<asn1::KeyUsage>(id)) {
+        const auto ours = read<asn1::KeyUsage>(id);
+        if (!ours) {
             expect(!isEncodedAs(id, encodedBy(i2d_ASN1_BIT_STRING, usage.get())), "DER key usage");
+            return;
+        }
+        // OpenSSL takes the counts of unused bits of all segments but the first for bits.
+        const Bytes octets = octetsOf(id);
+        const unsigned char* position = octets.data();
+        const std::size_t pieces = piecesAt(position, position + octets.size());
+        if (pieces > 1) {
+            expect(static_cast<std::size_t>(usage->length) == ours->octets().size() + pieces - 1,
+                   "segments of key usage");
             return;
         }
         for (int bit = 0; bit <= 9; ++bit)

@@ -23,7 +23,8 @@ bool isAcceptedByOpenSslButForOpaqueParts(const asn1::Certificate& certificate);
 
 /// What OpenSSL reads differently from the encoding of a certificate; empty if it reads the same.
 /// Extensions are compared where both can read them; one that is DER must not be read by OpenSSL
-/// alone.
+/// alone. Of a key usage in several segments only the number of octets is compared: OpenSSL takes
+/// the segments' counts of unused bits for bits.
 std::vector<std::string> differencesFromOpenSsl(const asn1::Certificate& certificate);
 
 } // namespace testsupport
