@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: packages.sh [--missing] build|bench|fuzz|docs|check...
+# Installs the Debian packages that are missing: packages.sh [--missing] build|bench|fuzz|docs|check|mutate...
 # With --missing it only prints their names.
 set -euo pipefail
 
@@ -16,6 +16,7 @@ declare -A packages=(
     [fuzz]='clang libclang-rt-dev llvm'
     [docs]='doxygen graphviz python3-rich'
     [check]='clang-format clang-tidy cppcheck doxygen graphviz pyflakes3 shellcheck'
+    [mutate]='python3-clang'
 )
 
 only_name=
