@@ -171,8 +171,6 @@ class Build:
     def prepare(self, suites):
         """Builds and measures what the suites need."""
         self.tool("cmake", "--preset", BUILT[self.system])
-        tests = {test["name"]: test for test in json.loads(
-            self.tool("ctest", "--test-dir", str(self.folder), "--show-only=json-v1"))["tests"]}
         names = {name for suite in suites for name in suite.all_programs()}
         targets = names | {suite.linked for suite in suites if suite.linked}
         # A run that was interrupted may have left a mutant where these are.
@@ -183,6 +181,9 @@ class Build:
                   *sorted(targets))
         self.read_commands(targets)
         self.read_includes()
+        # Only now that the programs are there ctest says how to run them.
+        tests = {test["name"]: test for test in json.loads(
+            self.tool("ctest", "--test-dir", str(self.folder), "--show-only=json-v1"))["tests"]}
         environment = {"GTEST_FAIL_FAST": "1", "GTEST_BRIEF": "1",
                        "ASAN_OPTIONS": f"hard_rss_limit_mb={MEMORY}"}
         for name in sorted(names):
