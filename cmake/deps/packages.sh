@@ -14,7 +14,7 @@ declare -A packages=(
         g++-mingw-w64-x86-64-posix wine wine64
         googletest libboost-filesystem$boost-dev libboost$boost-dev libcli11-dev libp11-kit-dev
         libssl-dev libvalijson-dev nlohmann-json3-dev
-        gcab nsis opensc openssl osslsigncode python3-pyte softhsm2 wixl"
+        gcab nsis opensc openssl osslsigncode python3-clang python3-pyte softhsm2 wixl"
     [bench]='
         gnutls-bin libbenchmark-dev libbotan-2-dev libgnutls28-dev libksba-dev libmbedtls-dev
         libnss3-dev libtasn1-6-dev pkgconf valgrind'

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Counting test results: what is skipped has to be listed."""
 
 import json

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Setting up a machine, where something is missing: one clear line each."""
 
 import os

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The page on strictness: compared with the tests' tables, but for what another parser answers."""
 
 import subprocess
