@@ -1,9 +1,5 @@
 #!/usr/bin/python3
-"""What ./dev mutate is trusted to do, it does.
-
-The tests of the syntax tree need python3-clang, which ./dev mutate installs; without it they are
-skipped.
-"""
+"""What ./dev mutate is trusted to do, it does."""
 
 import subprocess
 import sys
