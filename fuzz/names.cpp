@@ -65,7 +65,9 @@ void checkAttribute(const asn1::AttributeTypeAndValue& attribute, const std::wst
     }
     asn1::DirectoryString string;
     if (defined->second.hasNoStringForm || !returns<QuorError_Asn1_Decode>([&] {
-            asn1::der::decode(attribute.value.encoding(), string);
+            // A name is written with the segments of its strings joined.
+            buffer::BufferRange<unsigned char> value = attribute.value.encoding();
+            asn1::aux::decodeBer(value, string, true);
         }))
         return;
     require(text ==

@@ -42,9 +42,9 @@ public:
     /// on theirs, links included; nothing deeper is changed. So what is in the directory that a
     /// link leads to is granted, but not, by the link, that directory itself. A directory is
     /// granted before its contents, and these in the order in which the system lists them. A
-    /// failure ends the walk: what was granted stays granted. \throws
-    /// CertStoreUpdaterError_InvalidConfiguration as `addPermissions` does \throws
-    /// boost::filesystem::filesystem_error if the type of an entry cannot be told or a
+    /// failure ends the walk: what was granted stays granted.
+    /// \throws CertStoreUpdaterError_InvalidConfiguration as `addPermissions` does
+    /// \throws boost::filesystem::filesystem_error if the type of an entry cannot be told or a
     ///   directory cannot be listed
     static void addPermissionsRecursive(boost::filesystem::path path, const AnyPackageSid& sid);
 };

@@ -7,11 +7,17 @@ preset=$1 filter=$2 jobs=$3
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 results=$root/build/$preset/test-results
 
+# Some kernels spread addresses further than the sanitizers' run-time libraries can take.
+fixed_addresses=()
+if [[ $preset == native* ]] && setarch -R true 2>/dev/null; then
+    fixed_addresses=(setarch -R)
+fi
+
 run() {
     local report=$1
     shift
     # Very rarely a program hangs under Wine; ctest then runs it a second time.
-    ctest --preset "$preset" --parallel "$jobs" --no-tests=ignore --repeat after-timeout:2 \
+    "${fixed_addresses[@]}" ctest --preset "$preset" --parallel "$jobs" --no-tests=ignore --repeat after-timeout:2 \
         --output-junit "$report" "$@"
 }
 

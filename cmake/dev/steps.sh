@@ -65,6 +65,20 @@ once() {
     printf '%s\n' "$print" >"$stamp"
 }
 
+# jobs: how many compilers or tests to run at once: as many as there are processors to use, in a container too,
+# and as many as have a gigabyte of memory each.
+jobs() {
+    local count quota period memory
+    count=$(nproc)
+    if read -r quota period 2>/dev/null </sys/fs/cgroup/cpu.max && [[ $quota != max ]]; then
+        quota=$(((quota + period - 1) / period))
+        count=$((quota < count ? quota : count))
+    fi
+    memory=$(awk '/^MemAvailable:/ { print int($2 / 1048576) }' /proc/meminfo)
+    count=$((memory < count ? memory : count))
+    printf '%s' "$((count > 1 ? count : 1))"
+}
+
 log_of() {
     printf '%s/%s.log' "$log_folder" "${1// /-}"
 }

