@@ -419,6 +419,31 @@ TEST_F(CertStoreHelperAddAll, PassesItsFlagsOnToEachItem) {
     EXPECT_EQ(api.addEncoded.count(), 2u) << "one is registered for another CSP";
 }
 
+TEST_F(CertStoreHelperAddAll, LooksForNoItemUnlessToldTo) {
+    CertMap items;
+    items[L"1"] = itemOf(numbered(1));
+    items[L"2"] = itemOf(numbered(2));
+    const CryptoApi api;
+    CertStoreHelper helper(storeName());
+    helper.addCspCertificates(L"CSP", items, false);
+    helper.addCspCertificates(L"CSP", items, false, true, true);
+    helper.addCspCertificates(L"CSP", items, false, true, false);
+    EXPECT_EQ(api.find.count(), 0u);
+    EXPECT_EQ(api.addEncoded.count(), 6u);
+}
+
+TEST_F(CertStoreHelperAddAll, AsksForTheKeyProviderInformationOfEachItemThatItWouldWrite) {
+    store.add({numbered(1), {}, {}, reference("1\nCSP\n")});
+    CertMap items;
+    items[L"1"] = itemOf(numbered(1));
+    const CryptoApi api;
+    CertStoreHelper helper(storeName());
+    helper.addCspCertificates(L"CSP", items, false, false, true);
+    EXPECT_EQ(api.addEncoded.count(), 0u);
+    helper.addCspCertificates(L"CSP", items, true, false, true);
+    EXPECT_EQ(api.addEncoded.count(), 1u);
+}
+
 TEST_F(CertStoreHelperAddAll, DoesNothingForAnEmptyMap) {
     CertStoreHelper helper(storeName());
     const CryptoApi api;

@@ -31,6 +31,17 @@ bool throws(std::string_view line) {
     return uses(line, "throw") || uses(line, "check(");
 }
 
+/// Whether a line is in a function that throws for its caller, whose line it is given.
+bool isInHelper(const std::vector<std::string>& lines, std::size_t at) {
+    // A function ends with a brace that is not indented.
+    while (at != 0 && !lines[at - 1].starts_with('}')) {
+        --at;
+        if (lines[at].find("__builtin_LINE") != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 testing::AssertionResult isThrowSite(const std::wstring& file, int line) {
@@ -43,10 +54,10 @@ testing::AssertionResult isThrowSite(const std::wstring& file, int line) {
     if (line < 1 || static_cast<std::size_t>(line) > lines.size())
         return testing::AssertionFailure()
                << testing::PrintToString(file) << " has no line " << line;
-    const std::string& text = lines[static_cast<std::size_t>(line) - 1];
-    if (!throws(text))
-        return testing::AssertionFailure()
-               << testing::PrintToString(file) << " does not throw at " << line << ": " << text;
+    const std::size_t at = static_cast<std::size_t>(line) - 1;
+    if (!throws(lines[at]) || isInHelper(lines, at))
+        return testing::AssertionFailure() << testing::PrintToString(file) << " does not throw at "
+                                           << line << ": " << lines[at];
     return testing::AssertionSuccess();
 }
 
