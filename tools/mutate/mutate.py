@@ -39,7 +39,8 @@ def parse(arguments):
                         help="draws the mutants in another order (%(default)s)")
     parser.add_argument("--minutes", type=float, default=0,
                         help="ends after so long; the next run goes on (no limit)")
-    parser.add_argument("--only", metavar="PATH", default="", help="mutants of files below PATH")
+    parser.add_argument("--only", metavar="PATH", action="append",
+                        help="mutants of a file or folder; may be given several times")
     parser.add_argument("--folder", choices=FOLDERS, help="mutants of one folder")
     parser.add_argument("--system", choices=tuple(SUITES), help="mutants that one system compiles")
     parser.add_argument("--workers", type=int, default=os.cpu_count() or 1,
@@ -233,12 +234,13 @@ def try_mutants(chosen, options, kept):
     print(f"{len(chosen)} mutants, {len(todo)} of them to be tried", flush=True)
     if not todo:
         return
-    deadline = time.monotonic() + (options.minutes * 60 if options.minutes else float("inf"))
     suites = sorted({(mutant.system, suite_of(mutant)) for mutant in todo}, key=str)
     workers = [Worker(PROJECT, number + 1) for number in range(options.workers)]
     for worker in workers:
         print(f"building {worker.copy.relative_to(PROJECT)}", flush=True)
         worker.prepare(suites)
+    # Building takes as long as it takes: without it nothing is measured.
+    deadline = time.monotonic() + (options.minutes * 60 if options.minutes else float("inf"))
     Run(todo, kept, deadline).run(workers)
 
 
@@ -246,7 +248,7 @@ def main(arguments):
     options = parse(arguments)
     mutants = all_mutants()
     chosen = [mutant for mutant in mutants
-              if mutant.file.startswith(options.only)
+              if mutant.file.startswith(tuple(options.only or [""]))
               and options.folder in (None, folder_of(mutant.file))
               and options.system in (None, mutant.system)]
     chosen.sort(key=lambda mutant: mutant.rank(options.seed))
