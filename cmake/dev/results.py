@@ -163,8 +163,8 @@ def print_table(builds, counts):
              for room in rooms for name in builds}
     widths = {name: max([len(name)] + [len(cells[room, name]) for room in rooms])
               for name in builds}
-    first = max([len("room")] + [len(room) for room in rooms])
-    print("  ".join(["room".ljust(first)] + [name.ljust(widths[name]) for name in builds]).rstrip())
+    first = max([len("folder")] + [len(room) for room in rooms])
+    print("  ".join(["folder".ljust(first)] + [name.ljust(widths[name]) for name in builds]).rstrip())
     for room in rooms:
         row = [room.ljust(first)] + [cells[room, name].ljust(widths[name]) for name in builds]
         print("  ".join(row).rstrip())
