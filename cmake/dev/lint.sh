@@ -60,7 +60,7 @@ run_clang_tidy_for_windows() {
     done < <(x86_64-w64-mingw32-g++-posix -x c++ -E -v /dev/null 2>&1 |
         grep -E '^ .*(/c\+\+.*|mingw32/include)$')
     mkdir -p build/lint
-    sed -E 's/ -(fno-keep-inline-dllexport|fsanitize\S*|Wa,-mbig-obj|Winvalid-pch|include \S*cmake_pch\S*)//g' \
+    sed -E 's/ -(fno-keep-inline-dllexport|fsanitize\S*|Wa,-mbig-obj)//g' \
         build/windows/compile_commands.json >build/lint/compile_commands.json
     printf '%s\0' "${windows[@]}" | run_clang_tidy build/lint "${options[@]}"
 }

@@ -157,7 +157,7 @@ protected:
 /// Whether SetDllDirectory takes the current directory out of the search for libraries, as
 /// Microsoft documents; Wine looks there all the same.
 bool currentDirectoryCanBeExcluded() {
-    const testsupport::TemporaryFolder folder;
+    const testsupport::TemporaryFolder folder("certstoreupdater search");
     const std::wstring name = L"plantedforprobe.dll";
     fs::copy_file(fs::path(plantedFolder()) / "plantedlibrary.dll", folder.path() / name);
     const CurrentDirectory current(folder.path());

@@ -28,7 +28,7 @@ Bytes realDescriptor(const wchar_t* path) {
 /// Tried with a file: whether what is granted to all application packages is still there
 /// afterwards.
 bool tryToKeepADacl() {
-    const testsupport::TemporaryFolder folder;
+    const testsupport::TemporaryFolder folder("certstoreupdater DACLs");
     const std::filesystem::path file = folder.path() / "file";
     std::ofstream(file) << "contents";
     Bytes granted = descriptors::fromSddl(L"D:(A;;FR;;;AC)(A;;FA;;;WD)");
