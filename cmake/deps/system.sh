@@ -40,6 +40,15 @@ boost_version() {
     fi
 }
 
+# check_boost VERSION: fails, with one line, if it is too old: before 1.81 Boost.Filesystem looked at links with
+# other functions, which the tests do not redirect.
+check_boost() {
+    [[ $(printf '%s\n' 1.81 "$1" | sort --version-sort | head -n 1) != 1.81 ]] || return 0
+    echo "dev: Boost $1 is installed, and 1.81 is needed:" \
+        "apt-get install libboost1.81-dev libboost-filesystem1.81-dev replaces it" >&2
+    return 1
+}
+
 # versions: what a report of a failure has to name, in one line.
 versions() {
     printf '%s: ' "$(system_name)"

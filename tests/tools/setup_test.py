@@ -39,6 +39,14 @@ class System(unittest.TestCase):
                 self.assertRegex(result.stderr,
                                  rf"\Adev: Debian 12 and 13 are supported, .*{name}.*\n\Z")
 
+    def test_is_refused_with_a_boost_that_is_too_old(self):
+        for version, status in [("1.74", 1), ("1.9", 1), ("1.81", 0), ("1.83", 0), ("1.88", 0)]:
+            with self.subTest(version):
+                result = bash(f"source cmake/deps/system.sh; check_boost {version}")
+                self.assertEqual(result.returncode, status)
+                self.assertEqual(f"dev: Boost {version} is installed, and 1.81" in result.stderr,
+                                 status == 1)
+
     def test_has_its_versions_in_one_line(self):
         result = bash("source cmake/deps/system.sh; versions")
         self.assertRegex(result.stdout, r"\A\S+.*: GCC [\d.]+, for Windows [\d.]+, Wine \S+, "
