@@ -93,6 +93,7 @@ static constexpr asn1::Member holdingDefaultsMembers[] = {
     asn1::member<&HoldingDefaults::flag>("flag").withDefault(trueContents),
     asn1::member<&HoldingDefaults::text>("text").implicitly(0).withDefault(textContents),
     asn1::member<&HoldingDefaults::bits>("bits").withDefault(bitsContents),
+    asn1::member<&HoldingDefaults::note>("note").implicitly(1).withDefault({}),
     asn1::member<&HoldingDefaults::number>("number"),
 };
 constinit const asn1::Type HoldingDefaults::asn1Type =

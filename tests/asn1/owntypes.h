@@ -91,12 +91,13 @@ public:
 };
 
 /// SEQUENCE { flag BOOLEAN DEFAULT TRUE, text [0] IMPLICIT OCTET STRING DEFAULT 'AABB'H,
-///   bits BIT STRING DEFAULT '1'B, number INTEGER }
+///   bits BIT STRING DEFAULT '1'B, note [1] IMPLICIT OCTET STRING DEFAULT ''H, number INTEGER }
 class HoldingDefaults : public asn1::Sequence {
 public:
     std::optional<asn1::Boolean> flag;
     std::optional<asn1::OctetString> text;
     std::optional<asn1::BitString> bits;
+    std::optional<asn1::OctetString> note;
     asn1::Integer number;
 
     static const asn1::Type asn1Type;
