@@ -16,7 +16,6 @@
 namespace {
 
 using faketoken::cryptokiErrorOf;
-using faketoken::modulePath;
 using pkcs11::CkLibrary;
 using pkcs11::Libraries;
 
