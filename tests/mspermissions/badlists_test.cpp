@@ -14,6 +14,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -214,10 +215,10 @@ TEST_F(UnusualList, IsLeftAloneIfTheNewEntryWouldNotFitInto64KiB) {
 }
 
 TEST_F(UnusualList, MayHoldThousandsOfEntries) {
-    const std::vector<Bytes> many(3000, everyoneMayRead);
+    std::vector<Bytes> many(3000, everyoneMayRead);
     setEntries(many);
     EXPECT_EQ(addPermissions(), nothing);
-    EXPECT_EQ(written(), behindTheNewEntry(many));
+    EXPECT_EQ(written(), behindTheNewEntry(std::move(many)));
 }
 
 /// A descriptor that is wrong, and the functions that may find that out.

@@ -31,9 +31,9 @@ Handle openDirectory(const std::wstring& path) {
 /// The path without "." and "..", with backslashes, as Windows understands it before it looks for
 /// anything.
 std::wstring fullPath(const std::wstring& path) {
-    std::wstring full(32768, L'\0');
-    full.resize(
-        GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::wstring full(size, L'\0');
+    full.resize(GetFullPathNameW(path.c_str(), size, full.data(), nullptr));
     return full;
 }
 
