@@ -65,7 +65,7 @@ void checkAttribute(const asn1::AttributeTypeAndValue& attribute, const std::wst
     }
     asn1::DirectoryString string;
     if (defined->second.hasNoStringForm || !returns<QuorError_Asn1_Decode>([&] {
-            asn1::der::decode(attribute.value.encoding(), string);
+            asn1::aux::decodeBer(attribute.value.encoding(), string, true);
         }))
         return;
     require(text ==

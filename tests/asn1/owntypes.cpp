@@ -92,6 +92,7 @@ static constexpr unsigned char bitsContents[] = {0x07, 0x80};
 static constexpr asn1::Member holdingDefaultsMembers[] = {
     asn1::member<&HoldingDefaults::flag>("flag").withDefault(trueContents),
     asn1::member<&HoldingDefaults::text>("text").implicitly(0).withDefault(textContents),
+    asn1::member<&HoldingDefaults::empty>("empty").implicitly(1).withDefault({}),
     asn1::member<&HoldingDefaults::bits>("bits").withDefault(bitsContents),
     asn1::member<&HoldingDefaults::number>("number"),
 };

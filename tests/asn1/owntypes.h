@@ -91,11 +91,12 @@ public:
 };
 
 /// SEQUENCE { flag BOOLEAN DEFAULT TRUE, text [0] IMPLICIT OCTET STRING DEFAULT 'AABB'H,
-///   bits BIT STRING DEFAULT '1'B, number INTEGER }
+///   empty [1] IMPLICIT OCTET STRING DEFAULT ''H, bits BIT STRING DEFAULT '1'B, number INTEGER }
 class HoldingDefaults : public asn1::Sequence {
 public:
     std::optional<asn1::Boolean> flag;
     std::optional<asn1::OctetString> text;
+    std::optional<asn1::OctetString> empty;
     std::optional<asn1::BitString> bits;
     asn1::Integer number;
 

@@ -183,15 +183,15 @@ TEST(EncodedDefault, IsSeenWhateverItsFormIsInBer) {
     const Bytes der = sequence({integer(5)});
     for (const char* member :
          {"01 01 FF", "01 01 01", "80 02 AA BB", "A0 04 04 02 AA BB", "A0 06 04 01 AA 04 01 BB",
-          "03 02 07 80", "03 02 07 FF", "23 80 03 02 07 FF 00 00"}) {
+          "81 00", "A1 00", "03 02 07 80", "03 02 07 FF", "23 80 03 02 07 FF 00 00"}) {
         const Bytes input = sequence({fromHex(member), integer(5)});
         const auto value = decodedBer<HoldingDefaults>(input);
-        EXPECT_FALSE(value.flag || value.text || value.bits) << member;
+        EXPECT_FALSE(value.flag || value.text || value.empty || value.bits) << member;
         EXPECT_EQ(value.number.value(), 5);
         EXPECT_EQ(encoded(decodedBer<KeptDefaults>(input)), der) << member;
     }
     for (const char* member :
-         {"01 01 00", "80 02 AA BC", "80 01 AA", "03 02 07 00", "03 02 06 80"}) {
+         {"01 01 00", "80 02 AA BC", "80 01 AA", "81 01 00", "03 02 07 00", "03 02 06 80"}) {
         const Bytes input = sequence({fromHex(member), integer(5)});
         EXPECT_EQ(encoded(decodedBer<KeptDefaults>(input)), input) << member;
         EXPECT_EQ(encoded(decodedBer<HoldingDefaults>(input)), input) << member;

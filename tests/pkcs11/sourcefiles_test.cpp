@@ -29,8 +29,9 @@ std::wstring fileOf(Action action) {
     const auto error = cryptokiErrorOf(action);
     if (!error)
         return L"none";
-    if (error->parent())
+    if (error->parent()) {
         EXPECT_EQ(error->parent()->file(), error->file());
+    }
     return error->file().c_str();
 }
 
