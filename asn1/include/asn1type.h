@@ -135,10 +135,11 @@ struct Member {
 template <class Value>
 concept HasOwnTag = std::derived_from<Value, ContentsValue> || std::derived_from<Value, Sequence>;
 
-/// Whether values of the type are contents octets without elements in them, so that they can be
-/// compared with those of a DEFAULT.
-template <class Value>
-concept IsPrimitive = std::derived_from<Value, ContentsValue> && !std::derived_from<Value, List>;
+/// Whether a member can have a DEFAULT: it may be absent, and its values are contents octets
+/// without elements in them, which are compared with those of the DEFAULT.
+template <class Value, bool isOptional>
+concept MayHaveDefault =
+    isOptional && std::derived_from<Value, ContentsValue> && !std::derived_from<Value, List>;
 
 /// A member as it is declared: what its type does not allow does not compile.
 template <class Value, bool isOptional>
@@ -159,8 +160,8 @@ struct MemberOf : Member {
     }
     /// This member with a DEFAULT. Its field is a std::optional, because it may be absent.
     /// \param contents of the default value as DER has them; must outlive the member
-    constexpr MemberOf withDefault(std::span<const unsigned char> contents) const
-        requires(isOptional&& IsPrimitive<Value>) {
+    constexpr MemberOf withDefault(std::span<const unsigned char> contents) const requires
+        MayHaveDefault<Value, isOptional> {
         if constexpr (std::derived_from<Value, Boolean>)
             if (contents.size() != 1 || (contents[0] != 0x00 && contents[0] != 0xFF))
                 throw std::logic_error("no BOOLEAN of DER"); // a constant does not compile then
