@@ -28,7 +28,8 @@ check_conditions() {
     [[ $(type -P debootstrap) ]] || give_up "debootstrap is not installed"
     git -C "$root" rev-parse --quiet --verify HEAD >/dev/null 2>&1 ||
         give_up "this is no git checkout, so there is nothing to clone"
-    unshare --mount --pid --fork true 2>/dev/null || give_up "this machine does not allow new namespaces"
+    unshare --mount --pid --fork sh -c 'mount --make-rprivate / && mount -t proc proc /proc' 2>/dev/null ||
+        give_up "this machine does not allow new namespaces and mounts"
     local free
     free=$(df --output=avail --block-size=1G "$work" | tail -n 1)
     ((free >= 10)) || give_up "it takes 10 GB of space, and $work has $((free)) GB left"
@@ -50,7 +51,7 @@ deb ${mirror%/debian}/debian-security $suite-security main
 LIST
     # As in the images of containers: a machine that is gone tomorrow need not survive a power failure.
     echo force-unsafe-io >"$machine/etc/dpkg/dpkg.cfg.d/unsafe-io"
-    git clone --quiet "$root" "$machine/checkout"
+    git clone --quiet "$root" "$machine/checkout" || give_up "the checkout cannot be cloned"
 }
 
 # in_machine COMMAND...: with the machine's own processes, all of which end with the command.
