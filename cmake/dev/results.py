@@ -124,7 +124,7 @@ def count_script(status, output, complain):
 
 def count_build(name, build, filtered, reasons):
     """Counts by folder; prints what failed and what was skipped."""
-    rooms = defaultdict(Count)
+    folders = defaultdict(Count)
     unseen = {test for listed, test in reasons if listed == name}
     log = f"build/logs/test-{name}.log"
     seen = outcomes(build)
@@ -132,7 +132,7 @@ def count_build(name, build, filtered, reasons):
         if filtered and test not in seen:
             continue
         status, output = seen.get(test, ("not run", "ctest did not run it"))
-        room = next(label for label in labels if label != "script")
+        folder = next(label for label in labels if label != "script")
 
         def complain(text, test=test):
             print(f"FAILED {name}: {test}: {text}\n    (all of its output: {log})")
@@ -147,26 +147,26 @@ def count_build(name, build, filtered, reasons):
             return True
 
         if "script" in labels:
-            rooms[room].add(count_script(status, output, complain))
+            folders[folder].add(count_script(status, output, complain))
         else:
             file = build / "test-results" / f"{test}.json"
-            rooms[room].add(count_program(file, status, output, complain, skip))
+            folders[folder].add(count_program(file, status, output, complain, skip))
     if not filtered:
         for test in sorted(unseen):
             print(f"no longer skipped {name}: {test}")
-    return rooms
+    return folders
 
 
 def print_table(builds, counts):
-    rooms = sorted({room for by_room in counts.values() for room in by_room})
-    cells = {(room, name): str(counts[name][room]) if room in counts[name] else "-"
-             for room in rooms for name in builds}
-    widths = {name: max([len(name)] + [len(cells[room, name]) for room in rooms])
+    folders = sorted({folder for by_folder in counts.values() for folder in by_folder})
+    cells = {(folder, name): str(counts[name][folder]) if folder in counts[name] else "-"
+             for folder in folders for name in builds}
+    widths = {name: max([len(name)] + [len(cells[folder, name]) for folder in folders])
               for name in builds}
-    first = max([len("folder")] + [len(room) for room in rooms])
+    first = max([len("folder")] + [len(folder) for folder in folders])
     print("  ".join(["folder".ljust(first)] + [name.ljust(widths[name]) for name in builds]).rstrip())
-    for room in rooms:
-        row = [room.ljust(first)] + [cells[room, name].ljust(widths[name]) for name in builds]
+    for folder in folders:
+        row = [folder.ljust(first)] + [cells[folder, name].ljust(widths[name]) for name in builds]
         print("  ".join(row).rstrip())
 
 
@@ -178,8 +178,8 @@ def main(arguments):
     counts = {name: count_build(name, Path(folder), filtered, reasons)
               for name, folder in builds.items()}
     total = Count()
-    for by_room in counts.values():
-        for count in by_room.values():
+    for by_folder in counts.values():
+        for count in by_folder.values():
             total.add(count)
     print()
     print_table(list(builds), counts)

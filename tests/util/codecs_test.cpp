@@ -292,7 +292,7 @@ TEST(Utf8Decode, LeavesCopiesOfTheTextAlone) {
 }
 
 TEST(Utf8Decode, WritesNoFurtherThanItsRoomWhereSequencesThatWereNotForeseenCameBefore) {
-    // Room is foreseen for the last ones only, and is nearly full when they come.
+    // Space is foreseen for the last ones only, and is nearly full when they come.
     for (const std::size_t pairs : {1u, 7u, 59u, 60u, 61u, 66u, 67u}) {
         Bytes bytes(2 * pairs, 0x80);
         Units expected(pairs, 0x0000);

@@ -240,7 +240,7 @@ TEST(OutOfMemory, LeavesTheEncodersBytesAsTheyWere) {
 
 TEST(OutOfMemory, LeavesATextThatGetsNoCharacterAsItWas) {
     // Nothing is foreseen for sequences that begin with a continuation byte, so the text gets its
-    // first room, more than fits into it, when the first one is there.
+    // first space, more than fits into it, when the first one is there.
     const std::vector<unsigned char> bytes(40, 0x80);
     for (const Buffer<wchar_t>& start : {Buffer<wchar_t>(), Buffer<wchar_t>(L"")}) {
         Buffer<wchar_t> decoded = start;
