@@ -12,6 +12,7 @@ import json
 import os
 import queue
 import shlex
+import signal
 import subprocess
 import sys
 import threading
@@ -246,6 +247,9 @@ def try_mutants(chosen, options, kept):
 
 def main(arguments):
     options = parse(arguments)
+    # Whatever ends it, it first takes back the mutants that it works on.
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
     mutants = all_mutants()
     chosen = [mutant for mutant in mutants
               if mutant.file.startswith(tuple(options.only or [""]))

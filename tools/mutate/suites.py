@@ -32,8 +32,8 @@ SUITES = {
     ),
     "windows": (
         Suite("pkcs11/", ("pkcs11_test",)),
-        Suite("src/certstorehelper", ("certstorehelper_test",), ("torture_test",
-                                                                 "torture_csps_test"), "certstoreupdater"),
+        Suite("src/certstorehelper", ("certstorehelper_test",),
+              ("torture_test", "torture_csps_test"), "certstoreupdater"),
         Suite("src/codeverifier", ("codeverifier_test",), ("torture_signature_test",),
               "certstoreupdater"),
         Suite("src/mspermissions", ("mspermissions_test",), ("torture_permissions_test",),

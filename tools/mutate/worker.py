@@ -275,9 +275,11 @@ class Build:
         similar = difflib.SequenceMatcher(None, Path(test).name.split("_")[0], Path(file).stem)
         return self.noticed[test, file], similar.ratio()
 
-    def compile(self, name, output, more):
+    def compile(self, name, output, more, with_warnings=False):
         command = self.compiles[name]
-        return command.run(command.line.replace(f" -o {name} ", f" {' '.join(more)} -o {output} ", 1))
+        line = command.line.replace(f" -o {name} ", f" {' '.join(more)} -o {output} ", 1)
+        # Mutants are built with -w in front of the project's warnings, which are errors.
+        return command.run(line.replace(" -w ", " ", 1) if with_warnings else line)
 
     def optimised(self, targets, file):
         """What the optimising compiler makes of the file, without sanitizers."""
@@ -315,6 +317,8 @@ class Worker:
         try:
             path.write_bytes(mutant.change.apply(source))
             verdict = self.judge(mutant, suite)
+            if verdict[0] == results.SURVIVED and (warning := self.warning(mutant, suite)):
+                return results.NOT_BUILT, warning
             if verdict[0] == results.SURVIVED and self.is_compiled_alike(mutant, suite, source):
                 return results.EQUIVALENT, "compiled to the same"
             return verdict
@@ -366,6 +370,16 @@ class Worker:
         if passed is None:
             return results.TIMED_OUT, name
         return None if passed else (results.KILLED, f"{name}: {failed_test(build.log)}")
+
+    def warning(self, mutant, suite):
+        """What the compiler says of it with the project's warnings, or nothing."""
+        build = self.builds[mutant.system]
+        target = suite.linked or suite.programs[0]
+        for name in build.affected(target, mutant.file)[:1]:
+            done = build.compile(name, mutated(name), ("-O1",), with_warnings=True)
+            if done.returncode:
+                return first_error(done.stdout.decode(errors="replace"))
+        return ""
 
     def is_compiled_alike(self, mutant, suite, source):
         build = self.builds[mutant.system]
