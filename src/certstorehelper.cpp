@@ -125,7 +125,7 @@ std::wstring defaultFriendlyName(const asn1::Certificate& certificate) {
     if (!commonName)
         return toString(asn1::toText(subject));
     asn1::DirectoryString text;
-    asn1::der::decode(commonName->value.encoding(), text);
+    asn1::aux::decodeBer(commonName->value.encoding(), text, true);
     return toString(asn1::toText(text));
 }
 

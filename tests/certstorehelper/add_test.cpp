@@ -143,6 +143,12 @@ TEST_F(CertStoreHelperAdd, NamesACertificateAfterTheFirstOfSeveralCommonNames) {
     EXPECT_EQ(defaultNameOf(name({{"CN", "first"}, {"CN", "second"}})), L"first");
 }
 
+TEST_F(CertStoreHelperAdd, JoinsTheSegmentsOfACommonName) {
+    EXPECT_EQ(defaultNameOf(nameOf({set(
+                  {attribute("CN", element(0x2C, utf8String("AB") + octetString({67, 68})))})})),
+              L"ABCD");
+}
+
 TEST_F(CertStoreHelperAdd, ReadsACommonNameInAnyCharacterString) {
     EXPECT_EQ(defaultNameOf(nameOf({set({attribute("2.5.4.3", bmpString(u"\u00C4 \u20AC"))})})),
               L"\u00C4 \u20AC");
