@@ -12,8 +12,8 @@ struct Lacks {
     /// (Microsoft, CertDeleteCertificateFromStore, remarks).
     bool deletionWhileEnumerating = false;
     /// Changes of a system store are in the registry at once, whoever holds a context, and a handle
-    /// that was opened earlier undoes nobody else's (Microsoft, CertControlStore, on when stores
-    /// are saved).
+    /// that was opened earlier undoes nobody else's. This is expected of Windows; no page of
+    /// Microsoft's that is known here says it plainly.
     bool writingAtOnce = false;
     /// CERT_FIND_EXISTING finds an exact match only (Microsoft, CertFindCertificateInStore).
     bool exactMatch = false;
