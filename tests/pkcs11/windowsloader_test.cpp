@@ -192,4 +192,15 @@ TEST(WindowsLoader, LoadsAModuleWithANameInTheActiveCodePage) {
     EXPECT_TRUE(DeleteFileA(path.c_str()));
 }
 
+// Names that no file can have are not looked for at all.
+TEST(WindowsLoader, RefusesNamesThatAreNone) {
+    EXPECT_EQ(reasonForNotLoading(""), L"123");
+    EXPECT_EQ(reasonForNotLoading(std::string(0x8000, 'a')), L"123");
+}
+
+TEST(WindowsLoader, LooksForTheShortestAndTheLongestName) {
+    EXPECT_EQ(reasonForNotLoading("x"), L"126");
+    EXPECT_EQ(reasonForNotLoading(std::string(0x7FFF, 'a')), L"126");
+}
+
 } // namespace

@@ -142,12 +142,13 @@ def test_folders(mutant):
 class Run:
     """Tries mutants on several workers."""
 
-    def __init__(self, mutants, kept, deadline):
+    def __init__(self, mutants, kept, deadline, listed):
         self.todo = queue.SimpleQueue()
         for mutant in mutants:
             self.todo.put(mutant)
         self.total = len(mutants)
         self.kept = kept
+        self.listed = listed
         self.basis = Basis()
         self.deadline = deadline
         self.lock = threading.Lock()
@@ -170,7 +171,7 @@ class Run:
             self.failure = error
 
     def report(self, mutant, verdict):
-        if verdict == results.SURVIVED:
+        if verdict == results.SURVIVED and mutant.key not in self.listed:
             print(f"survived: {mutant}", flush=True)
         if self.done % 25 == 0 or self.done == self.total:
             print(f"{self.done} of {self.total}", flush=True)
@@ -191,17 +192,21 @@ class Run:
             raise self.failure
 
 
-def print_table(mutants, verdicts, listed):
+def print_table(mutants, verdicts, reasons):
     print(f"\n{'folder':<8}{'mutants':>9}{'tried':>8}" + "".join(f"{name:>15}" for name in COLUMNS))
     for folder in (*FOLDERS, "all"):
         of_folder = [mutant for mutant in mutants
                      if folder in ("all", folder_of(mutant.file))]
         count = Counter("listed" if verdicts[mutant.key] == results.SURVIVED
-                        and mutant.key in listed else verdicts[mutant.key]
+                        and mutant.key in reasons else verdicts[mutant.key]
                         for mutant in of_folder if mutant.key in verdicts)
         if of_folder:
             print(f"{folder:<8}{len(of_folder):>9}{sum(count.values()):>8}" +
                   "".join(f"{count[name]:>15}" for name in COLUMNS))
+
+
+def listed():
+    return survivors.read(LIST.read_text(encoding="utf-8"))
 
 
 def evaluate(mutants, chosen, kept):
@@ -209,7 +214,7 @@ def evaluate(mutants, chosen, kept):
     basis = Basis()
     verdicts = {mutant.key: verdict for mutant in chosen
                 if (verdict := kept.get(mutant.key, basis.of(mutant)))}
-    entries = survivors.read(LIST.read_text(encoding="utf-8"))
+    entries = listed()
     reasons = {entry.key: entry.reason for entry in entries}
     overlooked = [mutant for mutant in chosen if verdicts.get(mutant.key) == results.SURVIVED]
     print_table(chosen, verdicts, reasons)
@@ -242,7 +247,7 @@ def try_mutants(chosen, options, kept):
         worker.prepare(suites)
     # Building takes as long as it takes: without it nothing is measured.
     deadline = time.monotonic() + (options.minutes * 60 if options.minutes else float("inf"))
-    Run(todo, kept, deadline).run(workers)
+    Run(todo, kept, deadline, {entry.key for entry in listed()}).run(workers)
 
 
 def main(arguments):
