@@ -54,11 +54,12 @@ LIST
     git clone --quiet "$root" "$machine/checkout" || give_up "the checkout cannot be cloned"
 }
 
-# in_machine COMMAND...: with the machine's own processes, all of which end with the command.
+# in_machine COMMAND...: with the machine's own processes, all of which end with the command. Takes the
+# place of the shell that it is called in.
 in_machine() {
     # The script's variables are those of the inner shell.
     # shellcheck disable=SC2016
-    unshare --mount --pid --fork --kill-child bash -c '
+    exec unshare --mount --pid --fork --kill-child bash -c '
         set -e
         machine=$1
         shift
@@ -78,7 +79,9 @@ run_commands() {
     for command in "${commands[@]}"; do
         echo "== Debian $release: ./dev $command"
         log=$work/$command.log start=$SECONDS status=passed
-        in_machine bash -c "cd /checkout && ./dev $command" 2>&1 | tee "$log" || status=failed result=1
+        in_machine bash -c "cd /checkout && ./dev $command" 2>&1 | tee "$log" &
+        # Unlike a command in the foreground, a wait ends at once when a signal comes.
+        wait %% || status=failed result=1
         lines+=("Debian $release: ./dev $command $status in $((SECONDS - start)) s$(totals_in "$log")")
     done
     echo
@@ -91,7 +94,14 @@ totals_in() {
 }
 
 work=$(mktemp --directory "${TMPDIR:-/var/tmp}/fresh-XXXXXX")
-trap 'rm -rf --one-file-system "$work"' EXIT
+end() {
+    local job
+    for job in $(jobs -p); do
+        kill "$job" && wait "$job"
+    done
+    rm -rf --one-file-system "$work"
+} 2>/dev/null
+trap end EXIT
 trap 'exit 130' INT TERM
 machine=$work/machine
 check_conditions

@@ -198,9 +198,11 @@ TEST(WindowsLoader, RefusesNamesThatAreNone) {
     EXPECT_EQ(reasonForNotLoading(std::string(0x8000, 'a')), L"123");
 }
 
+// With its folder the longest name is too long for a path: Windows may say that (206,
+// ERROR_FILENAME_EXCED_RANGE) where Wine finds no such module (126).
 TEST(WindowsLoader, LooksForTheShortestAndTheLongestName) {
     EXPECT_EQ(reasonForNotLoading("x"), L"126");
-    EXPECT_EQ(reasonForNotLoading(std::string(0x7FFF, 'a')), L"126");
+    EXPECT_THAT(reasonForNotLoading(std::string(0x7FFF, 'a')), testing::AnyOf(L"126", L"206"));
 }
 
 } // namespace
