@@ -97,7 +97,8 @@ work=$(mktemp --directory "${TMPDIR:-/var/tmp}/fresh-XXXXXX")
 end() {
     local job
     for job in $(jobs -p); do
-        kill "$job" && wait "$job"
+        # unshare holds back every other signal; what it started is killed with it.
+        kill -KILL "$job" && wait "$job" || true
     done
     rm -rf --one-file-system "$work"
 } 2>/dev/null
