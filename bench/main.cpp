@@ -1,4 +1,4 @@
-// The benchmark of the portable rooms: measures times and allocations, or, with --instructions
+// The benchmark of the portable layers: measures times and allocations, or, with --instructions
 // under callgrind, counts instructions.
 //   portablebench [--instructions [BEGINNING OF A ROW'S NAME] | options of Google Benchmark]
 #include "comparison.h"

@@ -21,11 +21,11 @@ function(certstoreupdater_windows_path result path)
   set(${result} "${path}" PARENT_SCOPE)
 endfunction()
 
-# The room that the current folder belongs to: the first folder below tests/.
-function(certstoreupdater_test_room result)
+# The folder of tests that the current one belongs to: the first below tests/.
+function(certstoreupdater_test_folder result)
   file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}")
-  string(REGEX REPLACE "/.*" "" room "${folder}")
-  set(${result} "${room}" PARENT_SCOPE)
+  string(REGEX REPLACE "/.*" "" top "${folder}")
+  set(${result} "${top}" PARENT_SCOPE)
 endfunction()
 
 # certstoreupdater_add_test(<name> SOURCES file... [LIBRARIES target...]
@@ -58,9 +58,9 @@ function(certstoreupdater_add_test name)
   certstoreupdater_windows_path(softhsm "${PROJECT_SOURCE_DIR}/build/deps/softhsm/softhsm2.dll")
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 "--gtest_output=json:${results}")
 
-  certstoreupdater_test_room(room)
+  certstoreupdater_test_folder(top)
   set_tests_properties(${name} PROPERTIES
-    LABELS "${room}"
+    LABELS "${top}"
     RUN_SERIAL "${arg_SERIAL}"
     TIMEOUT 1200
     ENVIRONMENT "LC_ALL=C.UTF-8;CSU_BUILD=${build};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\
@@ -80,9 +80,9 @@ function(certstoreupdater_add_script_test name)
   endif()
 
   add_test(NAME ${name} COMMAND ${arg_COMMAND})
-  certstoreupdater_test_room(room)
+  certstoreupdater_test_folder(top)
   set_tests_properties(${name} PROPERTIES
-    LABELS "${room};script"
+    LABELS "${top};script"
     RUN_SERIAL "${arg_SERIAL}"
     TIMEOUT 1200
     ENVIRONMENT "LC_ALL=C.UTF-8;CSU_BUILD=${PROJECT_BINARY_DIR};CSU_WINE=${CMAKE_CROSSCOMPILING_EMULATOR};\

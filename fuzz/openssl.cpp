@@ -1,5 +1,5 @@
-// Certificates as OpenSSL reads them. What only one of the two accepts is no finding: that differs from
-// one version of OpenSSL to the next.
+// Certificates as OpenSSL reads them. What only one of the two accepts is no finding: that differs
+// from one version of OpenSSL to the next.
 #include "opensslpeer.h"
 
 #include "der.h"

@@ -5,7 +5,7 @@
 
 namespace asn1 {
 
-/// Base of this room's errors; never thrown itself.
+/// Base of this layer's errors; never thrown itself.
 KORV_EVENT_FAMILY(QuorError, korv::GenericEvent);
 /// Base of the errors below; never thrown itself.
 KORV_EVENT_FAMILY(QuorError_Asn1, QuorError);

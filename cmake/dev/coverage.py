@@ -4,10 +4,10 @@
 BUILD is the folder of a build that counts, after its tests ran. A line or branch counts as executed
 if any of the builds executed it. Ends with 1 if
 
-- a line or branch is not executed, and coverage.unreached does not list it with a reason (rooms in
+- a line or branch is not executed, and coverage.unreached does not list it with a reason (layers in
   coverage.floors are exempt),
 - coverage.unreached lists something that is executed or no longer exists, or
-- a room is below its percentages in coverage.floors.
+- a layer is below its percentages in coverage.floors.
 
 Only branches of decisions count. The edge that GCC adds to each call for an exception does not, nor
 does the compiler's own clean-up code, which only exceptions reach.
@@ -24,7 +24,7 @@ from typing import NamedTuple
 
 PROJECT = Path(__file__).resolve().parents[2]
 RULES = Path(__file__).resolve().parent
-ROOMS = ("util", "asn1", "pkcs11", "include", "src", "app")
+LAYERS = ("util", "asn1", "pkcs11", "include", "src", "app")
 KINDS = ("lines", "branches")
 # How many files one run of gcov reads.
 BATCH = 50
@@ -113,7 +113,7 @@ def executed_lines(builds):
             if not path.is_relative_to(PROJECT):
                 continue
             name = path.relative_to(PROJECT).as_posix()
-            if name.split("/")[0] not in ROOMS:
+            if name.split("/")[0] not in LAYERS:
                 continue
             for line in lines:
                 # Each compiler makes its own function.
@@ -123,7 +123,7 @@ def executed_lines(builds):
     return files
 
 
-class Room:
+class Layer:
     def __init__(self):
         self.covered = dict.fromkeys(KINDS, 0)
         self.total = dict.fromkeys(KINDS, 0)
@@ -150,10 +150,10 @@ class Place(NamedTuple):
 
 
 def evaluate(files):
-    """The rooms, and the places that were not executed."""
-    rooms, missing = defaultdict(Room), []
+    """The layers, and the places that were not executed."""
+    layers, missing = defaultdict(Layer), []
     for name in sorted(files):
-        room = rooms[name.split("/")[0]]
+        layer = layers[name.split("/")[0]]
         source = [line.strip() for line in (PROJECT / name).read_text("utf-8").splitlines()]
         for number in sorted(files[name]):
             line, text = files[name][number], source[number - 1]
@@ -162,12 +162,12 @@ def evaluate(files):
             groups = list(line.decisions(text))
             taken = sum(count != 0 for group in groups for count in group)
             branches = sum(map(len, groups))
-            room.add("lines", line.count() != 0, 1)
-            room.add("branches", taken, branches)
+            layer.add("lines", line.count() != 0, 1)
+            layer.add("branches", taken, branches)
             if not line.count() or taken != branches:
                 missing.append(Place(name, number, source[max(number - 2, 0):number],
                                      "branch" if line.count() else "line"))
-    return rooms, missing
+    return layers, missing
 
 
 def entries(file):
@@ -226,38 +226,38 @@ def unexplained(missing, files, with_windows, floors):
 
 
 def read_floors():
-    return {room: list(map(float, floors))
-            for room, *floors in (entry.split() for entry, _ in entries("coverage.floors"))}
+    return {layer: list(map(float, floors))
+            for layer, *floors in (entry.split() for entry, _ in entries("coverage.floors"))}
 
 
-def below_floors(rooms, floors):
+def below_floors(layers, floors):
     for name, least in floors.items():
-        if name not in rooms:
-            yield f"coverage.floors names a room that was not executed: {name}"
+        if name not in layers:
+            yield f"coverage.floors names a layer that was not executed: {name}"
             continue
         for kind, floor in zip(KINDS, least):
-            if rooms[name].percent(kind) < floor:
-                yield f"{name}: {kind} are below {floor} %: {rooms[name].ratio(kind)}"
+            if layers[name].percent(kind) < floor:
+                yield f"{name}: {kind} are below {floor} %: {layers[name].ratio(kind)}"
 
 
-def print_table(rooms):
-    print(f"{'room':<10}{'lines':>20}{'branches':>20}")
-    for name in ROOMS:
-        if name in rooms:
-            print(f"{name:<10}{rooms[name].ratio('lines'):>20}{rooms[name].ratio('branches'):>20}")
+def print_table(layers):
+    print(f"{'layer':<10}{'lines':>20}{'branches':>20}")
+    for name in LAYERS:
+        if name in layers:
+            print(f"{name:<10}{layers[name].ratio('lines'):>20}{layers[name].ratio('branches'):>20}")
 
 
 def main(builds):
     with_windows = any(map(is_for_windows, builds))
     files = executed_lines(builds)
-    rooms, missing = evaluate(files)
+    layers, missing = evaluate(files)
     floors = read_floors()
-    print_table(rooms)
+    print_table(layers)
     complaints = list(unexplained(missing, files, with_windows, floors))
     if with_windows:
-        complaints += below_floors(rooms, floors)
+        complaints += below_floors(layers, floors)
     print("\n".join(complaints) or "all is executed, or listed with a reason")
-    if "app" in rooms:
+    if "app" in layers:
         print("\nnot executed of the program:")
         for place in missing:
             if place.file.startswith("app/"):

@@ -66,7 +66,7 @@ run_clang_tidy_for_windows() {
 }
 
 check "lint format" clang-format --dry-run --Werror "${cxx[@]}"
-check "lint includes" python3 cmake/dev/rooms.py "${cxx[@]}"
+check "lint includes" python3 cmake/dev/layers.py "${cxx[@]}"
 check "lint shell scripts" shellcheck --external-sources "${shell[@]}"
 check "lint Python scripts" pyflakes3 "${python[@]}"
 check "lint API reference" doxygen docs/Doxyfile

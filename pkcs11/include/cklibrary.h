@@ -19,7 +19,7 @@ public:
 
     friend bool operator==(const CkLibrary&, const CkLibrary&) noexcept = default;
 
-    /// What this room needs to call the module.
+    /// What this layer needs to call the module.
     /// \throws Pkcs11Error_CryptokiError "400" for a handle of no module
     const Module& module() const;
 

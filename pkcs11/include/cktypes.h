@@ -1,5 +1,5 @@
-// Numbers of PKCS #11 under names of their own, so that this room's headers need no Cryptoki
-// header. They are checked against that header when the room is compiled.
+// Numbers of PKCS #11 under names of their own, so that this layer's headers need no Cryptoki
+// header. They are checked against that header when the layer is compiled.
 #pragma once
 
 namespace pkcs11 {
@@ -9,7 +9,7 @@ using CkUlong = unsigned long;
 /// CK_SLOT_ID
 using CkSlotId = CkUlong;
 
-/// Answers of a module (CK_RV) that this room tests for or gives itself.
+/// Answers of a module (CK_RV) that this layer tests for or gives itself.
 namespace ckr {
 inline constexpr CkUlong ok = 0x00;
 inline constexpr CkUlong generalError = 0x05;

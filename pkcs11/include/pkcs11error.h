@@ -6,7 +6,7 @@
 
 namespace pkcs11 {
 
-/// Base of this room's errors; never thrown itself.
+/// Base of this layer's errors; never thrown itself.
 KORV_EVENT_FAMILY(Pkcs11Error, korv::GenericEvent);
 
 /// A Cryptoki function gave another answer than CKR_OK, or an answer that cannot be used.

@@ -1,4 +1,4 @@
-// Checks this room's numbers against the Cryptoki header.
+// Checks this layer's numbers against the Cryptoki header.
 #include "cktypes.h"
 
 #include "cryptoki.h"

@@ -1,4 +1,4 @@
-// Loading modules on POSIX systems, for the rooms' own tests.
+// Loading modules on POSIX systems, for the layers' own tests.
 #include "dynamiclibrary.h"
 
 #include <filesystem>

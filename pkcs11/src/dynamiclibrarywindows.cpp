@@ -1,4 +1,4 @@
-// Loading modules on Windows. The only file of this room that knows Windows.
+// Loading modules on Windows. The only file of this layer that knows Windows.
 #include "dynamiclibrary.h"
 
 #include "genericevent.h"

@@ -1,6 +1,8 @@
 // What the tests of certificates and their parts share.
 #include "asn1support.h"
 
+#include "throwsite.h"
+
 #include <algorithm>
 #include <cctype>
 #include <memory>
@@ -47,8 +49,7 @@ void PrintTo(const Thrown& thrown, std::ostream* out) {
 
 Thrown describe(const korv::GenericEvent& event) {
     EXPECT_EQ(event.code(), 0u);
-    EXPECT_GT(event.line(), 0);
-    EXPECT_FALSE(event.file().empty());
+    testsupport::expectThrowSite(event);
     Thrown thrown{typeid(event), {}, {}};
     for (const auto& param : event.params())
         thrown.params.emplace_back(asciiOf(param.key), asciiOf(param.value));

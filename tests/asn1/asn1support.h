@@ -40,7 +40,7 @@ struct Thrown {
 };
 void PrintTo(const Thrown& thrown, std::ostream* out);
 
-/// Checks what all events of this room have in common.
+/// Checks what all events of this layer have in common.
 Thrown describe(const korv::GenericEvent& event);
 
 /// The event that `action` throws; one of type void if it throws none.

@@ -11,7 +11,7 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 DOCUMENT = PROJECT / "docs" / "errors.md"
-ROOMS = ["util", "asn1", "pkcs11", "include", "src"]
+LAYERS = ["util", "asn1", "pkcs11", "include", "src"]
 
 # Functions that throw for their callers: what they throw, and the key of their first text.
 THROWN_FOR_OTHERS = {"decodeError": ("QuorError_Asn1_Decode", "CAUSE"),
@@ -19,9 +19,9 @@ THROWN_FOR_OTHERS = {"decodeError": ("QuorError_Asn1_Decode", "CAUSE"),
 
 
 def sources():
-    for room in ROOMS:
+    for layer in LAYERS:
         for pattern in ("*.h", "*.cpp"):
-            for file in sorted((PROJECT / room).rglob(pattern)):
+            for file in sorted((PROJECT / layer).rglob(pattern)):
                 yield file.read_text(encoding="utf-8")
 
 

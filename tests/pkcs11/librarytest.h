@@ -1,4 +1,4 @@
-// What the tests of this room share.
+// What the tests of this layer share.
 #pragma once
 
 #include "libraries.h"

@@ -64,7 +64,7 @@ TEST_F(EachFailure, ArrivesWithItsCodeAndLeavesNothingOpen) {
     readToken();
     const std::vector<std::string> sequence = token->sequence();
     expectNothingLeft();
-    // Every function that this room calls is among those that fail.
+    // Every function that reading a token calls is among those that fail.
     for (const std::string_view function : faketoken::readingFunctionNames)
         EXPECT_GT(token->count(function), 0u) << function;
 

@@ -2,6 +2,7 @@
 #include "outcome.h"
 
 #include "genericevent.h"
+#include "throwsite.h"
 
 #include <boost/filesystem/exception.hpp>
 
@@ -31,8 +32,7 @@ Outcome outcomeOfEvent(const korv::GenericEvent& event) {
     EXPECT_NE(std::string(typeid(event).name()).find(name), std::string::npos)
         << typeid(event).name() << " says that it is " << name;
     EXPECT_EQ(event.code(), 0u);
-    EXPECT_GT(event.line(), 0);
-    EXPECT_FALSE(event.file().empty());
+    testsupport::expectThrowSite(event);
     return {name, paramsOf(event), event.parent() ? paramsOf(*event.parent()) : Params{}};
 }
 

@@ -1,4 +1,4 @@
-// Every class of the error families of this room and of the exported headers: its name, its
+// Every class of the error families of this layer and of the exported headers: its name, its
 // place in the tree, its constructors.
 #include "buffererror.h"
 #include "certstoreupdatererror.h"

@@ -1,4 +1,4 @@
-// Every operation of this room that allocates, with each of its allocations failing in turn:
+// Every operation of this layer that allocates, with each of its allocations failing in turn:
 // std::bad_alloc comes out, nothing leaks, and what was there before is as it was.
 #include "allocationcount.h"
 #include "bufcodecs.h"

@@ -5,7 +5,7 @@
 
 namespace buffer {
 
-/// Base of this room's errors.
+/// Base of this layer's errors.
 KORV_EVENT_FAMILY(BufferError, korv::GenericEvent);
 
 /// Bytes that are not the encoding they should be. Parameters: "CODEC" and "CAUSE"; none for a

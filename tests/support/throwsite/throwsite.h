@@ -10,7 +10,7 @@
 namespace testsupport {
 
 /// Whether a line of a source file throws: by a `throw`, or by a function that throws for it
-/// (`throw...`, `check`), and not on behalf of a caller whose line it was given.
+/// (`throw...`, `check...`), and not on behalf of a caller whose line it was given.
 /// \param file as events name it: relative, with backslashes
 testing::AssertionResult isThrowSite(const std::wstring& file, int line);
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Checks what each room includes: rooms.py FILE...
+"""Checks what each layer includes: layers.py FILE...
 
-A room may include its own headers and those of the rooms below it. Windows headers are only for the
+A layer may include its own headers and those of the layers below it. Windows headers are only for the
 files that use the Windows API, and for tests; all other files compile on every platform.
 """
 
@@ -9,7 +9,7 @@ import re
 import sys
 from pathlib import Path, PurePosixPath
 
-# The rooms below each room. What is not listed (tests, tools) may include everything.
+# The layers below each layer. What is not listed (tests, tools) may include everything.
 BELOW = {
     "util": set(),
     "asn1": {"util"},
@@ -27,31 +27,31 @@ WINDOWS_FILES = re.compile(r"src/(certstorehelper|codeverifier|mspermissions)\w*
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
 
-def room_of(path):
+def layer_of(path):
     return PurePosixPath(path).parts[0]
 
 
-def maker_of(header, room):
-    """The room itself, if the build generates the header there from a template."""
-    return room if Path(room, header + ".in").is_file() else None
+def maker_of(header, layer):
+    """The layer itself, if the build generates the header there from a template."""
+    return layer if Path(layer, header + ".in").is_file() else None
 
 
 def complaints(files):
-    owner = {PurePosixPath(file).name: room_of(file)
-             for file in files if file.endswith(".h") and room_of(file) in BELOW}
+    owner = {PurePosixPath(file).name: layer_of(file)
+             for file in files if file.endswith(".h") and layer_of(file) in BELOW}
     for file in files:
-        room = room_of(file)
+        layer = layer_of(file)
         for match in INCLUDE.finditer(Path(file).read_text(encoding="utf-8")):
             quote, header = match.groups()
             if WINDOWS_HEADER.fullmatch(header) and not WINDOWS_FILES.fullmatch(file):
                 yield f"{file}: only files that use the Windows API may include {header}"
-            if quote == "<" or room not in BELOW:
+            if quote == "<" or layer not in BELOW:
                 continue
-            other = owner.get(PurePosixPath(header).name) or maker_of(header, room)
+            other = owner.get(PurePosixPath(header).name) or maker_of(header, layer)
             if other is None:
-                yield f"{file}: no room has {header}"
-            elif other != room and other not in BELOW[room]:
-                yield f"{file}: {room} is below {other} and may not include {header}"
+                yield f"{file}: no layer has {header}"
+            elif other != layer and other not in BELOW[layer]:
+                yield f"{file}: {layer} is below {other} and may not include {header}"
             elif (PurePosixPath(file).stem in WITHOUT_TOKENS_AND_CERTIFICATES
                   and other in {"asn1", "pkcs11"}):
                 yield f"{file}: may use util only, but includes {header} of {other}"
