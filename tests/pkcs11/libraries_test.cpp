@@ -120,6 +120,7 @@ TEST_F(LibrariesLoadOfAFinalizedModule, LeavesEarlierHandlesWithoutUse) {
     finalizeAsOthersDo();
     {
         const ScopedLibrary second;
+        EXPECT_NE(first, static_cast<const CkLibrary&>(second));
         token->forgetCalls();
         expectCryptokiError(L"400", [&] { CkSlots(first, true); });
         EXPECT_TRUE(token->calls.empty());
