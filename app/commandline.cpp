@@ -4,6 +4,7 @@
 #include "commandtexts.h"
 #include "helpformatter.h"
 #include "text.h"
+#include "typedtexts.h"
 #include "usageerrors.h"
 #include "version.h"
 
@@ -14,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <memory>
 #include <utility>
 
@@ -41,7 +43,7 @@ std::string indented(const std::string& lines) {
     return text;
 }
 
-/// What the options are parsed into: UTF-8, as they come.
+/// What the options are parsed into: of each text its number.
 struct RawOptions {
     bool json = false;
     bool quiet = false;
@@ -49,18 +51,28 @@ struct RawOptions {
     std::string module;
     bool allowUnsignedModule = false;
     std::string csp;
-    std::string store = "MY";
+    std::string store;
     std::string pinFile;
     bool pinStdin = false;
     std::string pinEnvironment;
     bool authorities = false;
     bool others = false;
     bool dryRun = false;
-    double interval = 2;
+    std::string interval;
     bool clean = false;
     std::vector<std::string> paths;
     bool recursive = false;
 };
+
+bool isCommand(const std::string& argument) {
+    return std::any_of(std::begin(commandTexts), std::end(commandTexts),
+                       [&](const CommandText& text) { return argument == text.name; });
+}
+
+/// What people of Windows type for --help.
+std::string translated(const std::string& argument) {
+    return argument == "/?" ? "--help" : argument;
+}
 
 class Parser {
 public:
@@ -69,7 +81,7 @@ public:
         app_.require_subcommand(1);
         app_.option_defaults()->disable_flag_override();
         app_.set_help_flag("-h,--help", "Show this help, or that of a command");
-        app_.set_version_flag("--version", std::string("certstoreupdate ") + version,
+        app_.set_version_flag("-V,--version", std::string("certstoreupdate ") + version,
                               "Show the version");
         app_.failure_message([](const CLI::App*, const CLI::Error&) { return std::string(); });
         app_.formatter(std::make_shared<HelpFormatter>());
@@ -82,9 +94,10 @@ public:
     }
 
     std::variant<Options, HelpText> parse(const std::vector<std::string>& arguments) {
-        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        std::vector<std::string> forParser = argumentsForParser(arguments);
+        std::reverse(forParser.begin(), forParser.end());
         try {
-            app_.parse(std::move(reversed));
+            app_.parse(std::move(forParser));
         } catch (const CLI::CallForHelp&) {
             return HelpText{toWide(app_.help())};
         } catch (const CLI::CallForVersion& asked) {
@@ -96,6 +109,36 @@ public:
     }
 
 private:
+    std::vector<std::string> argumentsForParser(std::vector<std::string> arguments) {
+        std::transform(arguments.begin(), arguments.end(), arguments.begin(), translated);
+        if (!arguments.empty() && arguments.front() == "help") {
+            arguments.erase(arguments.begin());
+            if (arguments.empty() || isCommand(arguments.front()))
+                arguments.push_back("--help");
+        }
+        if (arguments.empty())
+            return arguments;
+        const std::string& command = arguments.front();
+        if (!isCommand(command)) {
+            checkOrder(arguments);
+            return arguments;
+        }
+        std::vector<std::string> forParser =
+            texts_.number({arguments.begin() + 1, arguments.end()}, *app_.get_subcommand(command));
+        forParser.insert(forParser.begin(), command);
+        return forParser;
+    }
+
+    /// An option of a command may have been typed in front of it.
+    void checkOrder(const std::vector<std::string>& arguments) const {
+        const std::string name = arguments.front().substr(0, arguments.front().find('='));
+        const auto command = std::find_if(arguments.begin(), arguments.end(), isCommand);
+        if (command != arguments.end() && !app_.get_option_no_throw(name) &&
+            app_.get_subcommand(*command)->get_option_no_throw(name))
+            throw usageError(toWide(name) + L" must come after the command: certstoreupdate " +
+                                 toWide(*command) + L" " + toWide(name),
+                             *command);
+    }
     void addCommand(const CommandText& text) {
         CLI::App* command = app_.add_subcommand(text.name, text.summary)->group("Commands");
         if (needsToken(text.command))
@@ -158,20 +201,20 @@ private:
             .add_option("--store", raw_.store,
                         "System store of the current user; created if it does not exist")
             ->type_name("NAME")
-            ->capture_default_str()
+            ->default_str("MY")
             ->group("Store");
     }
 
     void addOwnOptions(CLI::App& command, Command kind) {
         if (kind == Command::sync)
-            command.add_flag("--dry-run", raw_.dryRun,
+            command.add_flag("-n,--dry-run", raw_.dryRun,
                              "Show what would be changed, and change nothing");
         if (kind == Command::watch) {
             command
                 .add_option("--interval", raw_.interval,
                             "Time between two looks at the token, 0.1 to 86400")
                 ->type_name("SECONDS")
-                ->capture_default_str();
+                ->default_str("2");
             command.add_flag("--clean", raw_.clean,
                              "Remove what is registered for the CSP when the token leaves");
         }
@@ -188,12 +231,12 @@ private:
         constexpr char group[] = "Output";
         command.add_flag("--json", raw_.json, "Data as JSON, for programs")->group(group);
         auto* quiet = command
-                          .add_flag("--quiet", raw_.quiet,
+                          .add_flag("-q,--quiet", raw_.quiet,
                                     "Only what was asked for, and failures; no reports, notes and "
                                     "warnings")
                           ->group(group);
-        auto* verbose =
-            command.add_flag("--verbose", raw_.verbose, "Also the steps on the way")->group(group);
+        auto* verbose = command.add_flag("-v,--verbose", raw_.verbose, "Also the steps on the way")
+                            ->group(group);
         quiet->excludes(verbose);
     }
 
@@ -211,28 +254,41 @@ private:
                           .lines = command.command == Command::watch,
                           .quiet = raw_.quiet,
                           .verbose = raw_.verbose};
-        options.module = toWide(raw_.module);
+        takeText(options.module, raw_.module);
         options.signing = raw_.allowUnsignedModule ? ModuleFile::Signing::notRequired
                                                    : ModuleFile::Signing::required;
-        options.csp = toWide(raw_.csp);
-        options.store = toWide(raw_.store);
+        takeText(options.csp, raw_.csp);
+        takeText(options.store, raw_.store);
         options.pin = pinSource(*app_.get_subcommand(command.name));
         options.selection = {raw_.authorities, raw_.others};
         options.dryRun = raw_.dryRun;
-        options.interval = interval();
+        if (!raw_.interval.empty())
+            options.interval = intervalOf(texts_[raw_.interval]);
         options.cleanWhenGone = raw_.clean;
         for (const std::string& path : raw_.paths)
-            options.paths.push_back(toWide(path));
+            options.paths.push_back(toWide(texts_[path]));
         options.recursive = raw_.recursive;
-        check(options);
+        // A line end would break the records of the library.
+        if (options.csp.find(L'\n') != std::wstring::npos)
+            throw usageError(L"--csp must be one line", command.name);
         return options;
     }
 
-    std::chrono::milliseconds interval() const {
-        // So that what is no number is refused, too.
-        if (!(raw_.interval >= 0.1 && raw_.interval <= 86400))
-            throw usageError(wrongInterval);
-        return std::chrono::milliseconds(static_cast<long long>(raw_.interval * 1000));
+    /// \param number empty if nothing was typed
+    void takeText(std::wstring& text, const std::string& number) const {
+        if (!number.empty())
+            text = toWide(texts_[number]);
+    }
+
+    static std::chrono::milliseconds intervalOf(const std::string& text) {
+        double seconds = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+        // What is no number is not between the limits either.
+        if (error != std::errc() || end != text.data() + text.size() ||
+            !(seconds >= 0.1 && seconds <= 86400))
+            throw usageError(L"--interval must be from 0.1 to 86400 seconds",
+                             nameOf(Command::watch));
+        return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
     }
 
     PinSource pinSource(const CLI::App& command) const {
@@ -242,34 +298,16 @@ private:
             return option && option->count() != 0;
         };
         if (given("--pin-file"))
-            return {Kind::file, toWide(raw_.pinFile)};
+            return {Kind::file, toWide(texts_[raw_.pinFile])};
         if (given("--pin-stdin"))
             return {Kind::standardInput, {}};
         if (given("--pin-env"))
-            return {Kind::environment, toWide(raw_.pinEnvironment)};
+            return {Kind::environment, toWide(texts_[raw_.pinEnvironment])};
         return {};
     }
 
-    void check(const Options& options) const {
-        if (usesStore(options.command)) {
-            // Without a name the library means every CSP; a line end would break its records.
-            const bool cspIsGiven =
-                app_.get_subcommand(nameOf(options.command))->count("--csp") != 0;
-            if (cspIsGiven && options.csp.empty())
-                throw usageError(L"--csp must not be empty");
-            if (options.csp.find(L'\n') != std::wstring::npos)
-                throw usageError(L"--csp must be one line");
-            if (options.store.empty())
-                throw usageError(L"--store must not be empty");
-        }
-        if (needsToken(options.command) && options.module.empty())
-            throw usageError(L"--module must not be empty");
-        for (const std::wstring& path : options.paths)
-            if (path.empty())
-                throw usageError(L"a path must not be empty");
-    }
-
     CLI::App app_;
+    TypedTexts texts_;
     RawOptions raw_;
 };
 

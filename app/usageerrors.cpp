@@ -62,8 +62,6 @@ std::wstring complaintAbout(const CLI::ParseError& error, const CLI::App& contex
     const std::size_t at = text.find("--");
     const std::string name =
         at == std::string_view::npos ? "--" + optionName(text) : optionName(text.substr(at));
-    if (dynamic_cast<const CLI::ConversionError*>(&error))
-        return wrongInterval; // the only number
     if (dynamic_cast<const CLI::ExcludesError*>(&error))
         return L"only one of " + toWide(name) + L" and " +
                toWide(optionName(text.substr(text.rfind("--")))) + L" can be given";

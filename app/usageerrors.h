@@ -9,8 +9,6 @@
 
 namespace updater {
 
-inline constexpr wchar_t wrongInterval[] = L"--interval must be from 0.1 to 86400 seconds";
-
 /// \param complaint what is wrong, without a full stop
 /// \param command   the command whose help tells more, or empty
 Failure usageError(const std::wstring& complaint, const std::string& command = "");

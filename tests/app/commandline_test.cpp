@@ -129,6 +129,80 @@ TEST(CommandLine, RefusesAnEmptyCspWhichWouldMeanEveryCsp) {
     EXPECT_THAT(complaintAbout({"clean", "--csp", ""}), HasSubstr("--csp"));
 }
 
+// As in a script whose variable is not set: --csp=%CSP% --dry-run
+TEST(CommandLine, TakesNoOptionForTheValueOfAnotherOne) {
+    const std::vector<std::vector<std::string>> empty{
+        {"sync", "--module", "m", "--csp=", "--dry-run"},
+        {"clean", "--csp=", "--store=Foo"},
+        {"list", "--csp="},
+        {"list", "--csp", ""},
+    };
+    for (const auto& arguments : empty)
+        EXPECT_THAT(complaintAbout(arguments), StartsWith("--csp must not be empty;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--store=", "--dry-run"}),
+                StartsWith("--store must not be empty;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module=", "--csp", "C"}),
+                StartsWith("--module must not be empty;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--pin-file="}),
+                StartsWith("--pin-file must not be empty;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--pin-env", ""}),
+                StartsWith("--pin-env must not be empty;"));
+    EXPECT_THAT(complaintAbout({"watch", "--module", "m", "--csp", "C", "--interval="}),
+                StartsWith("--interval must not be empty;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "--dry-run"}),
+                StartsWith("--csp lacks its value;"));
+    EXPECT_THAT(complaintAbout({"list", "--csp", "--"}), StartsWith("--csp lacks its value;"));
+    EXPECT_EQ(parsed({"list", "--csp=--dry-run"}).csp, L"--dry-run");
+    EXPECT_EQ(parsed({"list", "--csp", "-x"}).csp, L"-x");
+    EXPECT_EQ(parsed({"list", "--csp=a=b="}).csp, L"a=b=");
+    EXPECT_EQ(parsed({"list", "--csp", "[a,b]", "--store=[c]"}).csp, L"[a,b]");
+}
+
+TEST(CommandLine, TakesAPathAsItWasTyped) {
+    const auto expectPath = [](const std::string& path) {
+        for (const char* const command : {"verify", "grant"}) {
+            std::vector<std::string> arguments{command, path, "second"};
+            if (path.size() > 1 && path.front() == '-')
+                arguments.insert(arguments.begin() + 1, "--");
+            EXPECT_EQ(parsed(arguments).paths,
+                      (std::vector<std::wstring>{toWide(path), L"second"}));
+        }
+    };
+    for (char c = ' '; c <= '~'; ++c) {
+        const std::string character(1, c);
+        expectPath(character);
+        expectPath(character + character);
+        expectPath(character + "name" + character);
+        expectPath("name" + character + "name");
+    }
+    for (const char* const path :
+         {"[x]", "[a,b]", "{a,b}", "\"x\"", "'x'", "%%", "x ", "--help", "0"})
+        expectPath(path);
+}
+
+TEST(CommandLine, AnswersWhatWasMeant) {
+    const auto helpOf = [](const std::vector<std::string>& arguments) {
+        return std::get<HelpText>(parseCommandLine(arguments)).text;
+    };
+    EXPECT_EQ(helpOf({"help"}), helpOf({"--help"}));
+    EXPECT_EQ(helpOf({"help", "sync"}), helpOf({"sync", "--help"}));
+    EXPECT_EQ(helpOf({"/?"}), helpOf({"--help"}));
+    EXPECT_EQ(helpOf({"sync", "/?"}), helpOf({"sync", "--help"}));
+    EXPECT_EQ(helpOf({"-V"}), helpOf({"--version"}));
+    EXPECT_THAT(complaintAbout({"help", "sinc"}), HasSubstr("did you mean sync?"));
+    EXPECT_THAT(complaintAbout({"--json", "status"}),
+                StartsWith("--json must come after the command: certstoreupdate status --json;"));
+    EXPECT_THAT(complaintAbout({"--csp=C", "list"}),
+                StartsWith("--csp must come after the command: certstoreupdate list --csp;"));
+    EXPECT_THAT(complaintAbout({"--jsan", "status"}), StartsWith("there is no option --jsan"));
+}
+
+TEST(CommandLine, HasShortFormsOfCommonOptions) {
+    const Options sync = parsed({"sync", "--module", "m", "--csp", "C", "-nq"});
+    EXPECT_TRUE(sync.dryRun && sync.output.quiet);
+    EXPECT_TRUE(parsed({"csps", "-v"}).output.verbose);
+}
+
 TEST(CommandLine, RefusesACspOfTwoLines) {
     EXPECT_THAT(complaintAbout({"clean", "--csp", "a\nb"}), HasSubstr("--csp"));
 }
