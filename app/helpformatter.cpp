@@ -34,9 +34,13 @@ std::string entry(const std::string& name, std::string_view meaning) {
     return text.append(meaning).append("\n");
 }
 
-std::string withValue(const CLI::Option& option) {
-    const std::string name = option.get_name();
+std::string withValue(const CLI::Option& option, const std::string& name) {
     return option.get_type_size() == 0 ? name : name + " " + option.get_type_name();
+}
+
+/// Such as "-q, --quiet".
+std::string allNames(const CLI::Option& option) {
+    return CLI::detail::find_and_replace(option.get_name(false, true), ",", ", ");
 }
 
 } // namespace
@@ -49,7 +53,7 @@ std::string HelpFormatter::make_usage(const CLI::App* app, std::string name) con
     std::string usage = "\nUsage: " + name;
     for (const CLI::Option* const option : app->get_options())
         if (option->get_required() && option->nonpositional())
-            usage += " " + withValue(*option);
+            usage += " " + withValue(*option, option->get_name());
     for (const CLI::Option* const option : app->get_options())
         if (option->get_positional())
             usage += " " + make_option_usage(option);
@@ -68,7 +72,9 @@ std::string HelpFormatter::make_option(const CLI::Option* option, bool isPositio
     std::string meaning = option->get_description();
     if (!option->get_default_str().empty())
         meaning += " (" + option->get_default_str() + ")";
-    return entry(isPositional ? option->get_name(true, false) : withValue(*option), meaning);
+    return entry(isPositional ? option->get_name(true, false)
+                              : withValue(*option, allNames(*option)),
+                 meaning);
 }
 
 std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
