@@ -4,6 +4,7 @@
 #include "certitem.h"
 #include "certstoreupdatererror.h"
 #include "export.h"
+#include "storeentry.h"
 
 #include <cstdint>
 #include <memory>
@@ -97,6 +98,23 @@ public:
     void addCspCertificates(const std::wstring& cspName, const CertMap& items,
                             bool withKeyProvInfo);
 
+    /// Gives a certificate that is in the store the properties that `addCspCertificate` gives to
+    /// one that it adds. The entry stays in the store all the time; without `withKeyProvInfo` it
+    /// loses its key provider information. If this is interrupted or throws, the entry has some of
+    /// its old properties and some new ones, and the same call finishes it.
+    /// \param friendlyName as for `addCspCertificate`
+    /// \param certificate one that Windows accepts (see above)
+    /// \returns whether the certificate is in the store; if not, nothing is done
+    /// \throws CertStoreUpdaterError_SetKeyProviderInfoFailed,
+    ///   CertStoreUpdaterError_SetCertFriendlyNameFailed,
+    ///   CertStoreUpdaterError_SetCertKorvaneCspRefFailed with the parameters that they have
+    ///   there; without a `friendlyName` also asn1::QuorError_Asn1_Decode or
+    ///   buffer::BufferError_InvalidEncodingUnit for a subject that is no text. No reference is
+    ///   kept.
+    bool rebindCspCertificate(const std::wstring& cspName, const std::wstring& containerName,
+                              const std::wstring& friendlyName,
+                              const asn1::Certificate& certificate, bool withKeyProvInfo);
+
     /// Whether a certificate is in the store. The reference to what is found (here and in
     /// `findCspCertificate`) is kept: it lives until the store is closed.
     /// \param cert one that Windows accepts (see above)
@@ -150,6 +168,12 @@ public:
     ///   buffer::BufferError_InvalidEncodingUnit if a property is not UTF-8;
     ///   asn1::QuorError_Asn1_Decode if a certificate is not DER
     std::unique_ptr<CertMap> listCertsByCsp(const std::wstring& cspName, bool requireKeyProvInfo);
+
+    /// Every entry of the store in the store's order, bound or not, several of one container too.
+    /// Nothing ends the listing early: of an entry that cannot be read as a whole the rest is
+    /// listed, with the reason. One walk; changes nothing and keeps no reference.
+    /// \throws std::bad_alloc only
+    std::vector<StoreEntry> listEntries() const;
 
 private:
     /// Reads a property of a certificate context. False, and `value` untouched, if its size

@@ -86,15 +86,21 @@ const CERT_CONTEXT* addToStore(HCERTSTORE store, const asn1::Certificate& certif
     throw korv::makeEvent<CertStoreUpdaterError_AddCertificateToStoreFailed>(sourceFile);
 }
 
+/// \param info null to remove it
+void writeKeyProvInfo(const CERT_CONTEXT* context, const CspBinding& binding,
+                      const CRYPT_KEY_PROV_INFO* info) {
+    if (!CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, info))
+        throw korv::makeEvent<CertStoreUpdaterError_SetKeyProviderInfoFailed>(
+            sourceFile, {{L"CSP", binding.cspName}, {L"CONTAINER", binding.containerName}});
+}
+
 void setKeyProvInfo(const CERT_CONTEXT* context, const CspBinding& binding, DWORD keySpec) {
     CRYPT_KEY_PROV_INFO info{};
     info.pwszContainerName = writable(binding.containerName.c_str());
     info.pwszProvName = writable(binding.cspName.c_str());
     info.dwProvType = PROV_RSA_FULL;
     info.dwKeySpec = keySpec;
-    if (!CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info))
-        throw korv::makeEvent<CertStoreUpdaterError_SetKeyProviderInfoFailed>(
-            sourceFile, {{L"CSP", binding.cspName}, {L"CONTAINER", binding.containerName}});
+    writeKeyProvInfo(context, binding, &info);
 }
 
 void setFriendlyName(const CERT_CONTEXT* context, const CspBinding& binding,
@@ -144,15 +150,54 @@ bool deleteDuplicateOf(const CERT_CONTEXT* current) {
     throw korv::makeEvent<CertStoreUpdaterError_DeleteCertificateFailed>(sourceFile);
 }
 
+BufferRange<unsigned char> encodingOf(const CERT_CONTEXT* context) {
+    return {context->pbCertEncoded, std::size_t{context->cbCertEncoded}};
+}
+
 CertItem itemOf(const CERT_CONTEXT* context) {
     CertItem item;
-    asn1::der::decode({context->pbCertEncoded, std::size_t{context->cbCertEncoded}},
-                      item.certificate);
+    asn1::der::decode(encodingOf(context), item.certificate);
     return item;
+}
+
+/// Null if Windows cannot compute it. Asked for as a property, it would be stored as one.
+Buffer<unsigned char> sha1Of(BufferRange<unsigned char> bytes) {
+    Buffer<unsigned char> digest(20);
+    auto size = static_cast<DWORD>(digest.size());
+    if (!CryptHashCertificate(0, CALG_SHA1, 0, bytes.data(), static_cast<DWORD>(bytes.size()),
+                              digest.detach(), &size))
+        digest.reset();
+    return digest;
 }
 
 std::wstring textOf(const wchar_t* nameOrNull) {
     return nameOrNull ? nameOrNull : L"";
+}
+
+/// UTF-16 up to its terminator, should it have one.
+std::wstring textOf(const Buffer<unsigned char>& property) {
+    std::wstring text(property.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), property.data(), text.size() * sizeof(wchar_t));
+    return text.substr(0, text.find(L'\0'));
+}
+
+/// Does what `read` does.
+/// \returns the event that it throws, or null
+template <class Read>
+std::shared_ptr<const korv::GenericEvent> errorOf(Read read) {
+    try {
+        read();
+        return nullptr;
+    } catch (const korv::GenericEvent& event) {
+        return event.clone();
+    }
+}
+
+void setProperties(const CERT_CONTEXT* context, const CspBinding& binding,
+                   const std::wstring& friendlyName, const asn1::Certificate& certificate) {
+    setFriendlyName(context, binding,
+                    friendlyName.empty() ? defaultFriendlyName(certificate) : friendlyName);
+    setKorvaneCspRef(context, binding);
 }
 
 } // namespace
@@ -187,7 +232,38 @@ public:
         return std::move(binding->containerName);
     }
 
+    /// What a listing of all entries says of it.
+    StoreEntry entry() const {
+        StoreEntry entry;
+        const BufferRange<unsigned char> encoding = encodingOf(context_);
+        entry.encoding = {encoding.data(), encoding.size()};
+        entry.thumbprint = sha1Of(encoding);
+        entry.certificateError = errorOf([&] {
+            asn1::Certificate certificate;
+            asn1::der::decode(encoding, certificate);
+            entry.certificate = std::move(certificate);
+        });
+        const auto readProperty = [&](auto read) {
+            if (auto error = errorOf(read))
+                entry.propertyError = std::move(error);
+        };
+        readProperty([&] { entry.friendlyName = friendlyName(); });
+        readProperty([&] { entry.keyProvider = keyProvider(); });
+        readProperty([&] {
+            if (auto recorded = korvaneCspRef())
+                entry.registration = {std::move(recorded->containerName),
+                                      std::move(recorded->cspName)};
+        });
+        return entry;
+    }
+
 private:
+    std::wstring friendlyName() const {
+        Buffer<unsigned char> value;
+        return getCertContextProperty(context_, CERT_FRIENDLY_NAME_PROP_ID, value) ? textOf(value)
+                                                                                   : L"";
+    }
+
     std::optional<CspBinding> korvaneCspRef() const {
         Buffer<unsigned char> value;
         if (!getCertContextProperty(context_, korvaneCspRefPropertyId, value))
@@ -196,6 +272,13 @@ private:
     }
 
     std::optional<CspBinding> keyProvInfo() const {
+        auto provider = keyProvider();
+        if (!provider)
+            return std::nullopt;
+        return CspBinding{std::move(provider->containerName), std::move(provider->cspName)};
+    }
+
+    std::optional<StoreEntry::KeyProvider> keyProvider() const {
         Buffer<unsigned char> value;
         if (!getCertContextProperty(context_, CERT_KEY_PROV_INFO_PROP_ID, value))
             return std::nullopt;
@@ -203,7 +286,8 @@ private:
         // A value too short for the structure is a binding that names nothing.
         if (value.size() >= sizeof info)
             std::memcpy(&info, value.data(), sizeof info);
-        return CspBinding{textOf(info.pwszContainerName), textOf(info.pwszProvName)};
+        return StoreEntry::KeyProvider{textOf(info.pwszContainerName), textOf(info.pwszProvName),
+                                       info.dwProvType, info.dwKeySpec};
     }
 
     const CERT_CONTEXT* context_;
@@ -257,9 +341,7 @@ void CertStoreHelper::addCspCertificate(const std::wstring& cspName,
     const CspBinding binding{containerName, cspName};
     if (withKeyProvInfo)
         setKeyProvInfo(added, binding, getKeySpec(certificate));
-    setFriendlyName(added, binding,
-                    friendlyName.empty() ? defaultFriendlyName(certificate) : friendlyName);
-    setKorvaneCspRef(added, binding);
+    setProperties(added, binding, friendlyName, certificate);
     CertFreeCertificateContext(added);
 }
 
@@ -270,6 +352,23 @@ void CertStoreHelper::addCspCertificate(const std::wstring& cspName,
                                         bool withKeyProvInfo) {
     addCspCertificate(cspName, containerName, friendlyName, certificate, withKeyProvInfo, true,
                       true);
+}
+
+bool CertStoreHelper::rebindCspCertificate(const std::wstring& cspName,
+                                           const std::wstring& containerName,
+                                           const std::wstring& friendlyName,
+                                           const asn1::Certificate& certificate,
+                                           bool withKeyProvInfo) {
+    const CertContext stored(locate(store, certificate).found);
+    if (!stored)
+        return false;
+    const CspBinding binding{containerName, cspName};
+    if (withKeyProvInfo)
+        setKeyProvInfo(stored.get(), binding, getKeySpec(certificate));
+    else
+        writeKeyProvInfo(stored.get(), binding, nullptr);
+    setProperties(stored.get(), binding, friendlyName, certificate);
+    return true;
 }
 
 void CertStoreHelper::addCspCertificates(const std::wstring& cspName, const CertMap& items,
@@ -361,6 +460,18 @@ std::unique_ptr<CertMap> CertStoreHelper::listCertsByCsp(const std::wstring& csp
                                 itemOf(current.get()));
     }
     return listed;
+}
+
+std::vector<StoreEntry> CertStoreHelper::listEntries() const {
+    std::vector<StoreEntry> entries;
+    CertContext current;
+    const auto advance = [&] {
+        current.reset(CertEnumCertificatesInStore(store, current.release()));
+        return current != nullptr;
+    };
+    while (advance())
+        entries.push_back(StoredCertificate(current.get()).entry());
+    return entries;
 }
 
 bool CertStoreHelper::getCertContextProperty(const CERT_CONTEXT* context, std::uint32_t id,

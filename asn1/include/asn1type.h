@@ -16,24 +16,24 @@ namespace asn1 {
 class Boolean;
 class List;
 
-/// How the values of a type are encoded. The numbers are those that errors show.
+/// How the values of a type are encoded.
 enum class TypeClass : unsigned {
-    boolean = 1,
-    integer = 2,
-    bitString = 3,
-    octetString = 4,
-    objectIdentifier = 6,
-    characterString = 12,
-    twoByteString = 30,
-    fourByteString = 28,
-    utcTime = 23,
-    generalizedTime = 24,
-    sequence = 16,
-    sequenceOf = 32,
-    setOf = 33,
-    choice = 34,
-    openType = 35,
-    kept = 36, ///< a value held as its encoding, which is that of `Type::element`
+    boolean,
+    integer,
+    bitString,
+    octetString,
+    objectIdentifier,
+    characterString,
+    twoByteString,
+    fourByteString,
+    utcTime,
+    generalizedTime,
+    sequence,
+    sequenceOf,
+    setOf,
+    choice,
+    openType,
+    kept, ///< a value held as its encoding, which is that of `Type::element`
 };
 
 /// How the values of a type are held, which is what code for all types asks first.

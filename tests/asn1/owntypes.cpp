@@ -46,6 +46,15 @@ const asn1::Type& HoldingTaggedList::type() const noexcept {
     return asn1Type;
 }
 
+static constexpr asn1::Member holdingTaggedNumberMembers[] = {
+    asn1::member<&HoldingTaggedNumber::number>("number").explicitly(3),
+};
+constinit const asn1::Type HoldingTaggedNumber::asn1Type =
+    asn1::sequence("HoldingTaggedNumber", holdingTaggedNumberMembers);
+const asn1::Type& HoldingTaggedNumber::type() const noexcept {
+    return asn1Type;
+}
+
 static constexpr asn1::Member holdingChoiceMembers[] = {
     asn1::member<&HoldingChoice::inner>("inner").explicitly(5),
     asn1::member<&HoldingChoice::rest>("rest"),

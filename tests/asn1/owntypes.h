@@ -50,6 +50,15 @@ public:
     const asn1::Type& type() const noexcept override;
 };
 
+/// SEQUENCE { number [3] EXPLICIT INTEGER }
+class HoldingTaggedNumber : public asn1::Sequence {
+public:
+    asn1::Integer number;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override;
+};
+
 /// SEQUENCE { inner [5] EXPLICIT TaggedChoice OPTIONAL, rest ANY OPTIONAL }
 class HoldingChoice : public asn1::Sequence {
 public:

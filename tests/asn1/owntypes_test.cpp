@@ -94,6 +94,15 @@ TEST(TaggedAlternative, IsNamedAmongTheExpectedTags) {
     EXPECT_EQ(thrownBy([&] { decode(integer(5), value); }), wrongTag("A0 81 0C", "02", 0));
 }
 
+TEST(ExplicitTag, OfAMemberThatMustBeThereIsChecked) {
+    EXPECT_EQ(decoded<HoldingTaggedNumber>(sequence({explicitly(3, integer(5))})).number.value(),
+              5);
+    HoldingTaggedNumber value;
+    EXPECT_EQ(thrownBy([&] { decode(sequence({explicitly(4, integer(5))}), value); }),
+              wrongTag("A3", "A4", 2));
+    EXPECT_EQ(thrownBy([&] { decode(sequence({integer(5)}), value); }), wrongTag("A3", "02", 2));
+}
+
 TEST(ImplicitTag, KeepsTheConstructedBitOfItsType) {
     const Bytes encoding = sequence({explicitly(1, sequence({}))});
     const auto value = decoded<HoldingTaggedList>(encoding);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -301,6 +302,19 @@ TEST(Utf8Decode, WritesNoFurtherThanItsRoomWhereSequencesThatWereNotForeseenCame
         expected.insert(expected.end(), 67, 'a');
         EXPECT_EQ(decoded(bytes), expected) << pairs;
     }
+}
+
+// Then the text has more room than bytes are left. Their block ends with them, so that a sanitizer
+// sees who reads on.
+TEST(Utf8Decode, ReadsNoFurtherThanTheBytesWhereSequencesThatWereNotForeseenCameBefore) {
+    for (std::size_t pairs = 0; pairs != 20; ++pairs)
+        for (std::size_t letters = 0; letters != 20; ++letters) {
+            Bytes bytes(2 * pairs + letters, 0x80);
+            std::fill_n(bytes.rbegin(), letters, static_cast<unsigned char>('a'));
+            Units expected(pairs, 0x0000);
+            expected.insert(expected.end(), letters, 'a');
+            EXPECT_EQ(decoded(bytes), expected) << pairs << ' ' << letters;
+        }
 }
 
 TEST(Utf8Decode, AllocatesOnceForLongText) {
