@@ -7,6 +7,11 @@
 
 namespace updater {
 
+/// Tells what `clean` would remove.
+/// \returns the same for programs
+/// \throws Failure
+Json wouldClean(const Options& options, Output& output);
+
 /// Removes what is registered for the CSP and tells what was done.
 /// \returns the same for programs
 /// \throws Failure

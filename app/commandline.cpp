@@ -51,6 +51,7 @@ struct RawOptions {
     std::string module;
     bool allowUnsignedModule = false;
     std::string csp;
+    bool allowMissingCsp = false;
     std::string store;
     std::string pinFile;
     bool pinStdin = false;
@@ -58,6 +59,7 @@ struct RawOptions {
     bool authorities = false;
     bool others = false;
     bool dryRun = false;
+    bool exitCode = false;
     std::string interval;
     bool clean = false;
     std::vector<std::string> paths;
@@ -166,7 +168,9 @@ private:
             .add_flag("--allow-unsigned-module", raw_.allowUnsignedModule,
                       "Load the module even if Windows does not trust its signature")
             ->group("Token");
-        auto* file = command.add_option("--pin-file", raw_.pinFile, "Read the PIN from a file")
+        auto* file = command
+                         .add_option("--pin-file", raw_.pinFile,
+                                     "Read the PIN from a file; - is standard input")
                          ->type_name("FILE")
                          ->group("Token");
         auto* input =
@@ -197,6 +201,11 @@ private:
                         ->group("Store");
         if (kind != Command::list)
             csp->required();
+        if (kind == Command::sync || kind == Command::watch)
+            command
+                .add_flag("--allow-missing-csp", raw_.allowMissingCsp,
+                          "Register for the CSP even if it is not installed")
+                ->group("Store");
         command
             .add_option("--store", raw_.store,
                         "System store of the current user; created if it does not exist")
@@ -206,9 +215,17 @@ private:
     }
 
     void addOwnOptions(CLI::App& command, Command kind) {
+        CLI::Option* dryRun = nullptr;
+        if (kind == Command::sync || kind == Command::clean)
+            dryRun = command.add_flag("-n,--dry-run", raw_.dryRun,
+                                      "Show what would be changed, and change nothing");
+        if (kind == Command::status)
+            command.add_flag("--exit-code", raw_.exitCode, "End with 12 if something differs");
         if (kind == Command::sync)
-            command.add_flag("-n,--dry-run", raw_.dryRun,
-                             "Show what would be changed, and change nothing");
+            command
+                .add_flag("--exit-code", raw_.exitCode,
+                          "With --dry-run: end with 12 if something would be changed")
+                ->needs(dryRun);
         if (kind == Command::watch) {
             command
                 .add_option("--interval", raw_.interval,
@@ -258,10 +275,12 @@ private:
         options.signing = raw_.allowUnsignedModule ? ModuleFile::Signing::notRequired
                                                    : ModuleFile::Signing::required;
         takeText(options.csp, raw_.csp);
+        options.allowMissingCsp = raw_.allowMissingCsp;
         takeText(options.store, raw_.store);
         options.pin = pinSource(*app_.get_subcommand(command.name));
         options.selection = {raw_.authorities, raw_.others};
         options.dryRun = raw_.dryRun;
+        options.exitCode = raw_.exitCode;
         if (!raw_.interval.empty())
             options.interval = intervalOf(texts_[raw_.interval]);
         options.cleanWhenGone = raw_.clean;
@@ -297,9 +316,9 @@ private:
             const CLI::Option* option = command.get_option_no_throw(name);
             return option && option->count() != 0;
         };
-        if (given("--pin-file"))
+        if (given("--pin-file") && texts_[raw_.pinFile] != "-")
             return {Kind::file, toWide(texts_[raw_.pinFile])};
-        if (given("--pin-stdin"))
+        if (given("--pin-file") || given("--pin-stdin"))
             return {Kind::standardInput, {}};
         if (given("--pin-env"))
             return {Kind::environment, toWide(texts_[raw_.pinEnvironment])};

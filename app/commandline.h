@@ -20,7 +20,8 @@ struct Options {
     Command command = Command::status;
     OutputOptions output{};
 
-    std::wstring csp{}; ///< of list: empty for all that are installed
+    std::wstring csp{};           ///< of list: empty for all that are installed
+    bool allowMissingCsp = false; ///< of sync and watch
     std::wstring store = L"MY";
 
     std::wstring module{};
@@ -28,7 +29,8 @@ struct Options {
     PinSource pin{};
     Selection selection{};
 
-    bool dryRun = false;                      ///< of sync
+    bool dryRun = false;                      ///< of sync and clean
+    bool exitCode = false;                    ///< of status and sync: whether something differs
     std::chrono::milliseconds interval{2000}; ///< of watch: from one look at the token to the next
     bool cleanWhenGone = false;               ///< of watch
 

@@ -38,7 +38,7 @@ inline constexpr CommandText commandTexts[] = {
      "  in step          registered as it is on the token\n"
      "  missing          on the token, not in the store; sync adds it\n"
      "  changed          the token has another certificate for this key; sync replaces it\n"
-     "  bound otherwise  registered for another key container; sync binds it anew\n"
+     "  bound otherwise  registered for another key container; sync rebinds it\n"
      "  not ours         in the store, but not registered by this program, or only in part by a\n"
      "                   run that was killed: left alone\n"
      "  duplicate        the same certificate is registered for another key of the token\n"
@@ -86,7 +86,8 @@ inline constexpr CommandText commandTexts[] = {
      "certstoreupdate clean --csp \"My Token CSP\""},
     {Command::csps, "csps", "List the installed CSPs",
      "Their names, one per line, in the system's order. A certificate can be registered for any\n"
-     "name, but Windows finds its key only once a CSP of that name is installed.",
+     "name (sync --allow-missing-csp), but Windows finds its key only once a CSP of that name is\n"
+     "installed.",
      "certstoreupdate csps"},
     {Command::verify, "verify", "Check the Authenticode signatures of files",
      "Says whether Windows trusts the signature in each file, the check that a module must pass\n"

@@ -3,6 +3,7 @@
 
 #include "output.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,8 @@ namespace updater {
 /// \throws Failure
 std::vector<std::wstring> installedCsps();
 
-/// Warns if no CSP of this name is installed: its certificates' keys cannot be found then.
-void warnUnlessInstalled(const std::wstring& csp, Output& output);
+/// What is wrong with the name of a CSP that is not installed, whose keys Windows does not find;
+/// nothing if it is, or if that cannot be told, which is warned of.
+std::optional<std::wstring> complaintAboutCsp(const std::wstring& csp, Output& output);
 
 } // namespace updater

@@ -45,6 +45,7 @@ constexpr ExitCodeRow exitCodes[] = {
      "not everything could be done: Windows does not accept a certificate, an entry\n"
      "      that is not ours is in the way, the store refused a change, or the run was\n"
      "      interrupted"},
+    {ExitCode::different, "different", "with --exit-code: store and token differ"},
 };
 
 // By which Windows ends a process that does not handle Ctrl-C (STATUS_CONTROL_C_EXIT).
@@ -80,16 +81,24 @@ Failure pinFailure(unsigned long code) {
     }
 }
 
+std::wstring whyNotLoaded(const korv::GenericEvent& event) {
+    const auto* const error = event.param(L"ERROR");
+    const std::wstring reason = error ? toString(*error) : std::wstring();
+    wchar_t* end = nullptr;
+    const unsigned long code = std::wcstoul(reason.c_str(), &end, 10);
+    // Either a number of the system or, of a DLL that was loaded, what it lacks.
+    if (!reason.empty() && *end == L'\0')
+        return systemErrorText(code) + L"; check its path and that it is a 64-bit PKCS#11 module";
+    if (reason == L"C_GetFunctionList is missing")
+        return L"it is no PKCS#11 module, as it has no C_GetFunctionList";
+    return L"it is no PKCS#11 module that can be used: " + reason;
+}
+
 Failure moduleFailure(const std::wstring& file, const korv::GenericEvent& event) {
     const korv::GenericEvent* const cause = event.parent();
-    if (cause) {
-        const auto* const error = cause->param(L"ERROR");
+    if (cause)
         return {ExitCode::module,
-                L"the module " + quoted(file) + L" cannot be loaded (" +
-                    (error ? systemErrorText(std::wcstoul(error->c_str(), nullptr, 10))
-                           : std::wstring(L"no reason given")) +
-                    L"); check its path and that it is a 64-bit PKCS#11 module"};
-    }
+                L"the module " + quoted(file) + L" cannot be loaded: " + whyNotLoaded(*cause)};
     return {ExitCode::module, L"the module " + quoted(file) + L" does not start: " +
                                   nameOfAnswer(answerOf(event)) +
                                   L"; check that its device and its own software are in order"};

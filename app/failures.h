@@ -23,6 +23,7 @@ enum class ExitCode : int {
     permissions = 9,
     token = 10,
     incomplete = 11,
+    different = 12,
 };
 
 /// The table of exit codes as --help shows it; the last one is that of Windows for Ctrl-C.

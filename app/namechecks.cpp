@@ -52,7 +52,16 @@ void warnIfMistyped(const std::wstring& store, Output& output) {
 
 void warnOfMistypedNames(const Options& options, Output& output) {
     if (!options.csp.empty())
-        warnUnlessInstalled(options.csp, output);
+        if (const auto complaint = complaintAboutCsp(options.csp, output))
+            output.warn(*complaint);
+    warnIfMistyped(options.store, output);
+}
+
+void requireInstalledCsp(const Options& options, Output& output) {
+    if (!options.allowMissingCsp)
+        if (const auto complaint = complaintAboutCsp(options.csp, output))
+            throw Failure(ExitCode::usage, *complaint + L"; if it is to be installed later, say "
+                                                        L"--allow-missing-csp");
     warnIfMistyped(options.store, output);
 }
 

@@ -25,6 +25,12 @@ Json toJson(const korv::GenericEvent& event) {
     return json;
 }
 
+/// In ASCII: some shells decode a program's output by the console's code page, and a console must
+/// not see the control characters that a name may hold.
+std::wstring textOf(const Json& json, int indent) {
+    return toWide(json.dump(indent, ' ', true)) + L"\n";
+}
+
 } // namespace
 
 Output::Output(std::string command, OutputOptions options)
@@ -89,16 +95,18 @@ void Output::fail(const Failure& failure) {
 
 void Output::event(const Json& event) const {
     if (options_.json)
-        writeData({{toWide(event.dump()) + L"\n"}});
+        writeData({{textOf(event, -1)}});
 }
 
 ExitCode Output::finish() {
     // What the command did not come to.
     for (auto member = document_.begin(); member != document_.end();)
         member = member->is_null() ? document_.erase(member) : std::next(member);
+    if (code_ == ExitCode::done && differs_)
+        code_ = ExitCode::different;
     document_["exitCode"] = static_cast<int>(code_);
     if (options_.json && !options_.lines)
-        writeData({{toWide(document_.dump(2)) + L"\n"}});
+        writeData({{textOf(document_, 2)}});
     return code_;
 }
 

@@ -50,6 +50,9 @@ public:
     /// no end and goes on.
     void fail(const Failure& failure);
 
+    /// Store and token differ: if nothing fails, the exit code says so.
+    void noteDifference() noexcept { differs_ = true; }
+
     // For programs.
 
     /// A member of the JSON document, which `finish` writes; one that stays null is left out.
@@ -72,6 +75,7 @@ private:
     Stream data_ = Stream::standardOutput();
     Stream messages_ = Stream::standardError();
     ExitCode code_ = ExitCode::done;
+    bool differs_ = false;
     Json document_;
 };
 

@@ -112,7 +112,7 @@ Pin pinFromStandardInput() {
     DWORD mode = 0;
     if (GetConsoleMode(input, &mode))
         throw unusable(L"standard input is the console, which would show the PIN; leave "
-                       L"--pin-stdin out to be asked for it");
+                       L"the option out to be asked for it");
     return pinFromStream(input, L"standard input");
 }
 

@@ -122,6 +122,12 @@ std::vector<Span> cellsOf(const Row& row, const CertListPackage& package) {
             {storeText(row)}};
 }
 
+bool isDifference(const Row& row) {
+    return row.state == State::missing || row.state == State::changed ||
+           row.state == State::boundOtherwise || row.state == State::notOurs ||
+           row.state == State::stale;
+}
+
 Json toJson(const Row& row, const TokenContents& token) {
     const CertificateClass* const kind = row.onToken ? classOf(row, *token.classes) : nullptr;
     const asn1::Certificate* const stored = storedCertificate(row);
@@ -156,6 +162,8 @@ void showStatus(const Options& options, Output& output) {
         output.note(L"there is no certificate on the token, and none in the store for the CSP");
     else
         output.show(table);
+    if (options.exitCode && std::any_of(rows.begin(), rows.end(), isDifference))
+        output.noteDifference();
     for (const Row& row : rows)
         if (row.state == State::unusable)
             output.fail(refusedByWindows(nameText(row.container, row.onToken->certificate)));

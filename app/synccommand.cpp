@@ -7,7 +7,7 @@
 namespace updater {
 
 void synchroniseStore(const Options& options, Output& output) {
-    warnOfMistypedNames(options, output);
+    requireInstalledCsp(options, output);
     const ModuleFile module(options.module, options.signing);
     const TokenContents token = readToken(module, options.pin, options.selection.reading(), output);
     const Interruption interruption;

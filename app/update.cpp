@@ -26,13 +26,14 @@ struct ChangeWords {
     const wchar_t* done;
     const wchar_t* planned;
     const char* forPrograms;
+    const char* plannedForPrograms;
     Colour colour;
 };
 
 constexpr ChangeWords changeWords[] = {
-    {Kind::added, L"added", L"to add", "added", Colour::good},
-    {Kind::boundAnew, L"bound anew", L"to bind anew", "bound-anew", Colour::attention},
-    {Kind::removed, L"removed", L"to remove", "removed", Colour::bad},
+    {Kind::added, L"added", L"to add", "added", "would-add", Colour::good},
+    {Kind::boundAnew, L"rebound", L"to rebind", "rebound", "would-rebind", Colour::attention},
+    {Kind::removed, L"removed", L"to remove", "removed", "would-remove", Colour::bad},
 };
 
 const ChangeWords& wordsOf(Kind change) {
@@ -105,6 +106,8 @@ public:
             output_.report(L"nothing to do: the store is in step with the token");
     }
 
+    bool hasChanges() const { return !changes_.empty(); }
+
 private:
     void addChange(const SyncEvent& event) {
         const ChangeWords& words = wordsOf(event.kind);
@@ -114,9 +117,10 @@ private:
         changes_.add({{planned_ ? words.planned : words.done, words.colour},
                       {toString(event.container)},
                       {certificateText(event.certificate)}});
-        result_["changes"].push_back({{"change", words.forPrograms},
-                                      {"container", toUtf8(toString(event.container))},
-                                      {"certificate", toJson(event.certificate)}});
+        result_["changes"].push_back(
+            {{"change", planned_ ? words.plannedForPrograms : words.forPrograms},
+             {"container", toUtf8(toString(event.container))},
+             {"certificate", toJson(event.certificate)}});
     }
 
     void addProblem(const SyncEvent& event) {
@@ -173,6 +177,8 @@ bool update(const Options& options, const WantedMap& wanted, const Interruption&
         throw;
     }
     report.finish(complete);
+    if (options.exitCode && report.hasChanges())
+        output.noteDifference();
     return complete;
 }
 

@@ -278,7 +278,7 @@ void watchToken(const Options& options, Output& output) {
                   {"version", version},
                   {"csp", toUtf8(options.csp)},
                   {"store", toUtf8(options.store)}});
-    warnOfMistypedNames(options, output);
+    requireInstalledCsp(options, output);
     Watch(options, output).run();
 }
 

@@ -77,6 +77,7 @@ TEST(CommandLine, NamesOnePinSource) {
     EXPECT_EQ(parsed(with({"--pin-stdin"})).pin.kind, PinSource::Kind::standardInput);
     EXPECT_EQ(parsed(with({"--pin-env", "V"})).pin.kind, PinSource::Kind::environment);
     EXPECT_EQ(parsed(with({"--pin-env", "V"})).pin.name, L"V");
+    EXPECT_EQ(parsed(with({"--pin-file", "-"})).pin.kind, PinSource::Kind::standardInput);
     complaintAbout(with({"--pin-file", "p", "--pin-stdin"}));
     complaintAbout(with({"--pin-file", "p", "--pin-env", "V"}));
     complaintAbout(with({"--pin-env", "V", "--pin-stdin"}));
@@ -115,6 +116,8 @@ TEST(CommandLine, SaysWhatIsWrongWithAnOptionInItsOwnWords) {
     EXPECT_THAT(complaintOf({"--interval", "soon"}),
                 StartsWith("--interval must be from 0.1 to 86400 seconds;"));
     EXPECT_THAT(complaintAbout({"sync", "--csp", "C"}), StartsWith("--module is required;"));
+    EXPECT_THAT(complaintAbout({"sync", "--module", "m", "--csp", "C", "--exit-code"}),
+                StartsWith("--exit-code requires --dry-run;"));
 }
 
 TEST(CommandLine, ThatCannotBeReadIsAnsweredAsItAsks) {

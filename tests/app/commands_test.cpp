@@ -97,7 +97,7 @@ TEST_F(Sync, BindsAnewWhatIsRegisteredForAnotherContainer) {
     certificateWithKey(numbered(1), "01", "name");
     const Outcome outcome = run(L"sync");
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(outcome.output, StartsWith("bound anew  CKAIDHEX:01"));
+    EXPECT_THAT(outcome.output, StartsWith("rebound  CKAIDHEX:01"));
     EXPECT_THAT(store.entries(), ElementsAre(registered(numbered(1), L"CKAIDHEX:01", L"name")));
 }
 
@@ -172,7 +172,7 @@ TEST_F(SyncOfOtherClasses, BindsACertificateAnewWhoseKeyLeftTheToken) {
     certificate(numbered(1), "01");
     const Outcome outcome = run(L"sync", {L"--other"});
     EXPECT_THAT(outcome, EndsWithCode(0, IsEmpty()));
-    EXPECT_THAT(outcome.output, StartsWith("bound anew  CKAIDHEX:01"));
+    EXPECT_THAT(outcome.output, StartsWith("rebound  CKAIDHEX:01"));
     EXPECT_THAT(store.entries(),
                 ElementsAre(registeredWithoutKey(numbered(1), L"CKAIDHEX:01", L"Holder 1")));
 }
@@ -201,14 +201,34 @@ TEST_F(Sync, RehearsesWithoutChangingAnything) {
     EXPECT_THAT(real.output, HasSubstr("\n2 added, 2 removed\n"));
 }
 
-TEST_F(Sync, WarnsOfACspThatIsNotInstalledAndGoesOn) {
+TEST_F(Sync, RefusesACspThatIsNotInstalledUnlessItIsMeant) {
     certificateWithKey(numbered(1), "01");
-    const Outcome outcome =
-        runWith({L"sync", L"--csp", L"No Such CSP", L"--store", store.name(), L"--module", module,
-                 L"--allow-unsigned-module", L"--pin-env", L"TEST_PIN"});
-    EXPECT_THAT(outcome,
-                EndsWithCode(0, HasSubstr("warning: no CSP \"No Such CSP\" is installed")));
-    EXPECT_THAT(outcome.output, StartsWith("added"));
+    std::vector<std::wstring> arguments{
+        L"sync",      L"--csp",    L"T\u00EBst CSQ", L"--store",
+        store.name(), L"--module", module,           L"--allow-unsigned-module",
+        L"--pin-env", L"TEST_PIN", L"--quiet"};
+    EXPECT_THAT(runWith(arguments),
+                EndsWithCode(2, AllOf(HasSubstr("no CSP \"T\xC3\xABst CSQ\" is installed"),
+                                      HasSubstr("did you mean \"T\xC3\xABst CSP\"?"),
+                                      HasSubstr("--allow-missing-csp"))));
+    EXPECT_THAT(store.entries(), IsEmpty());
+    arguments.push_back(L"--allow-missing-csp");
+    EXPECT_THAT(runWith(arguments), EndsWithCode(0, IsEmpty()));
+    EXPECT_THAT(store.entries(), SizeIs(1));
+}
+
+TEST_F(Sync, TellsByItsExitCodeWhatADryRunWouldChangeIfAsked) {
+    certificateWithKey(numbered(1), "01");
+    EXPECT_EQ(run(L"sync", {L"--dry-run"}).exitCode, 0u);
+    EXPECT_EQ(run(L"sync", {L"--dry-run", L"--exit-code"}).exitCode, 12u);
+    EXPECT_EQ(run(L"status", {L"--exit-code"}).exitCode, 12u);
+    EXPECT_EQ(run(L"sync").exitCode, 0u);
+    EXPECT_EQ(run(L"sync", {L"--dry-run", L"--exit-code"}).exitCode, 0u);
+    EXPECT_EQ(run(L"status", {L"--exit-code"}).exitCode, 0u);
+    certificate(numbered(2), "02");
+    EXPECT_EQ(run(L"status", {L"--exit-code"}).exitCode, 0u) << "what is not asked for";
+    store.add(registered(numbered(3), L"CKAIDHEX:03", L"gone"));
+    EXPECT_EQ(run(L"status", {L"--exit-code"}).exitCode, 12u);
 }
 
 TEST_F(Sync, SaysNothingIfItIsToBeQuietAndStepsIfItIsToBeVerbose) {

@@ -84,8 +84,8 @@ TEST(FailureOfAModuleFile, SaysWhyAndShowsTheCause) {
         explain({Kind::loadModule, L"C:\\token.dll"}, pkcs11::cryptokiError(file, 5, cause));
     EXPECT_EQ(failure.code(), ExitCode::module);
     EXPECT_THAT(failure.what(),
-                AllOf(HasSubstr("the module \"C:\\token.dll\" cannot be loaded ("),
-                      HasSubstr("(error 126)); check its path"),
+                AllOf(HasSubstr("the module \"C:\\token.dll\" cannot be loaded: "),
+                      HasSubstr("(error 126); check its path"),
                       EndsWith("(Pkcs11Error_CryptokiError: CRYPTOKY_ERROR_CODE=5; because of "
                                "ModuleNotLoaded: MODULE=C:\\token.dll, ERROR=126)")));
 }

@@ -21,6 +21,8 @@ protected:
         const Outcome outcome = runWith(arguments);
         EXPECT_EQ(outcome.exitCode, exitCode) << outcome.errors;
         EXPECT_EQ(violationsOfSchema(outcome.output), "") << outcome.output;
+        EXPECT_THAT(outcome.output, testing::Each(testing::Le('\x7E'))) << "it is not ASCII";
+        EXPECT_THAT(outcome.output, testing::Each(testing::Ge('\n'))) << "it is not ASCII";
         const json document = json::parse(outcome.output);
         EXPECT_EQ(document.at("exitCode"), exitCode);
         return document;
@@ -86,8 +88,26 @@ TEST_F(JsonOutput, OfADryRunSaysSo) {
     certificateWithKey(numbered(1), "01");
     const json document = documentOf(L"sync", {L"--dry-run"});
     EXPECT_EQ(document.at("sync").at("dryRun"), true);
-    EXPECT_THAT(document.at("sync").at("changes"), SizeIs(1));
+    ASSERT_THAT(document.at("sync").at("changes"), SizeIs(1));
+    EXPECT_EQ(document.at("sync").at("changes")[0].at("change"), "would-add");
     EXPECT_THAT(store.entries(), IsEmpty());
+}
+
+TEST_F(JsonOutput, OfADryRunOfCleanCountsWhatWouldBeRemoved) {
+    store.add(registered(numbered(1), L"CKAIDHEX:01", L"one"));
+    store.add(registered(numbered(2), L"CKAIDHEX:02", L"two"));
+    const auto before = store.entries();
+    EXPECT_EQ(documentOf(L"clean", {L"--dry-run"}).at("clean"),
+              (json{{"dryRun", true}, {"wouldRemoveContainers", 2}, {"foreignContainers", 0}}));
+    EXPECT_EQ(store.entries(), before);
+}
+
+TEST_F(JsonOutput, IsAsciiWhateverACertificateIsCalled) {
+    certificateWithKey(CertBuilder().names("Zo\xC3\xAB \xE2\x80\xAE\xC2\x9B", "Issuer").build(),
+                       "01");
+    const json document = documentOf(L"status");
+    EXPECT_EQ(document.at("entries")[0].at("onToken").at("subject"),
+              "CN=Zo\xC3\xAB \xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST_F(JsonOutput, OfListHasTheCspOfEachEntry) {
@@ -107,8 +127,10 @@ TEST_F(JsonOutput, OfCleanCounts) {
     StoreEntry foreign = registered(numbered(2), L"CKAIDHEX:02", L"two");
     foreign.korvaneCspRef.reset();
     store.add(foreign);
-    EXPECT_EQ(documentOf(L"clean").at("clean"),
-              (json{{"removedContainers", 1}, {"keptContainers", 0}, {"foreignContainers", 1}}));
+    EXPECT_EQ(documentOf(L"clean").at("clean"), (json{{"dryRun", false},
+                                                      {"removedContainers", 1},
+                                                      {"keptContainers", 0},
+                                                      {"foreignContainers", 1}}));
 }
 
 TEST_F(JsonOutput, OfCspsListsThem) {

@@ -46,7 +46,7 @@ TEST_F(BadToken, IsAModuleThatIsNoLibrary) {
 
 TEST_F(BadToken, IsAModuleWithoutAFunctionList) {
     module = testsupport::folderOfThisProgram() + L"nofunctionlist.dll";
-    expectFailure(3, HasSubstr("cannot be loaded"));
+    expectFailure(3, HasSubstr("it is no PKCS#11 module, as it has no C_GetFunctionList"));
 }
 
 TEST_F(BadToken, IsAModuleThatDoesNotStart) {

@@ -369,10 +369,9 @@ TEST_F(Watching, TellsProgramsFirstThatItWatches) {
     std::vector<std::wstring> arguments = commandLine(L"watch", {L"--json"});
     std::replace(arguments.begin(), arguments.end(), std::wstring(testCsp), std::wstring(L"none"));
     testsupport::RunningUpdater updater(start(arguments));
-    const std::string output = updater.waitForOutput("\"warning\"");
-    EXPECT_EQ(output.find("{\"event\":\"watching\""), 0u);
-    updater.interrupt();
-    updater.waitForEnd();
+    const Outcome outcome = updater.waitForEnd();
+    EXPECT_THAT(outcome, EndsWithCode(2, HasSubstr("no CSP \"none\" is installed")));
+    EXPECT_THAT(outcome.output, testing::StartsWith("{\"event\":\"watching\""));
 }
 
 TEST_F(Watching, TellsProgramsOfEachEventInALine) {
