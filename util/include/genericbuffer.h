@@ -223,7 +223,7 @@ public:
         const std::size_t common = a.size_ < b.size_ ? a.size() : b.size();
         const int order = common == 0 ? 0 : compareElements(a.data_, b.data_, common);
         if (order != 0)
-            return order < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
+            return order <=> 0;
         return a.size_ <=> b.size_;
     }
 
