@@ -222,6 +222,13 @@ asn1::Certificate holding(const asn1::BasicConstraintsSyntax& constraints) {
     return asn1::Certificate(values);
 }
 
+TEST(ExtensionValue, IsReadUpToTheEndOfTheValueThatIsAskedFor) {
+    const asn1::ExtensionValue value(bufferOf(integer(5) + null()));
+    asn1::Integer number;
+    value.read(number);
+    EXPECT_EQ(number.value(), 5);
+}
+
 TEST(ExtensionValueHeldDecoded, IsEncodedWithTheCertificate) {
     asn1::BasicConstraintsSyntax constraints;
     constraints.cA = asn1::Boolean(true);

@@ -187,8 +187,11 @@ TEST(Comparison, LooksAtTheChosenAlternativeOnly) {
     EXPECT_EQ(exactly(a, b), 0);
     b.choose(4);
     EXPECT_EQ(exactly(a, b), -1);
-    b.choose(99);
-    EXPECT_EQ(exactly(b, b), 0);
+    // The first that is none, and one that is far from being one.
+    for (const int none : {5, 99}) {
+        b.choose(none);
+        EXPECT_EQ(exactly(b, b), 0);
+    }
 }
 
 TEST(Comparison, LooksAtValuesNotAtHowTheyCameToBe) {

@@ -1,6 +1,7 @@
 // Types that a program could add to those of a certificate.
 #pragma once
 
+#include "asn1type.h"
 #include "certificate.h"
 #include "sequenceof.h"
 
@@ -58,6 +59,37 @@ public:
     static const asn1::Type asn1Type;
     const asn1::Type& type() const noexcept override;
 };
+
+/// SEQUENCE { inner Inner }
+template <class Inner>
+class Holding : public asn1::Sequence {
+public:
+    Inner inner;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override { return asn1Type; }
+};
+template <class Inner>
+constexpr asn1::Member holdingMembers[] = {asn1::member<&Holding<Inner>::inner>("inner")};
+template <class Inner>
+constinit const asn1::Type Holding<Inner>::asn1Type = asn1::sequence("Holding",
+                                                                     holdingMembers<Inner>);
+
+/// SEQUENCE { first Inner, second Inner }
+template <class Inner>
+class PairOf : public asn1::Sequence {
+public:
+    Inner first;
+    Inner second;
+
+    static const asn1::Type asn1Type;
+    const asn1::Type& type() const noexcept override { return asn1Type; }
+};
+template <class Inner>
+constexpr asn1::Member pairMembers[] = {asn1::member<&PairOf<Inner>::first>("first"),
+                                        asn1::member<&PairOf<Inner>::second>("second")};
+template <class Inner>
+constinit const asn1::Type PairOf<Inner>::asn1Type = asn1::sequence("PairOf", pairMembers<Inner>);
 
 /// SEQUENCE { inner [5] EXPLICIT TaggedChoice OPTIONAL, rest ANY OPTIONAL }
 class HoldingChoice : public asn1::Sequence {

@@ -94,6 +94,22 @@ TEST(TaggedAlternative, IsNamedAmongTheExpectedTags) {
     EXPECT_EQ(thrownBy([&] { decode(integer(5), value); }), wrongTag("A0 81 0C", "02", 0));
 }
 
+/// Pairs of pairs, 64 numbers in 127 values.
+using Tree = PairOf<PairOf<PairOf<PairOf<PairOf<PairOf<asn1::Integer>>>>>>;
+
+Bytes tree(int depth) {
+    return depth == 0 ? integer(5) : sequence({tree(depth - 1), tree(depth - 1)});
+}
+
+// The encoder keeps some pieces without taking memory for them, and more with it: each kind of
+// value comes to be the first of the latter.
+TEST(ManyValues, AreEncodedWhateverTheOneIsThatNeedsMemory) {
+    EXPECT_EQ(encoded(decoded<Tree>(tree(6))), tree(6));
+    EXPECT_EQ(encoded(decoded<Holding<Tree>>(sequence({tree(6)}))), sequence({tree(6)}));
+    EXPECT_EQ(encoded(decoded<Holding<Holding<Tree>>>(sequence({sequence({tree(6)})}))),
+              sequence({sequence({tree(6)})}));
+}
+
 TEST(ExplicitTag, OfAMemberThatMustBeThereIsChecked) {
     EXPECT_EQ(decoded<HoldingTaggedNumber>(sequence({explicitly(3, integer(5))})).number.value(),
               5);

@@ -63,6 +63,12 @@ TEST_F(CkSlotsList, IsEmptyForAModuleWithoutSlots) {
     token->slots.clear();
     const CkSlots slots(*library, true);
     EXPECT_TRUE(slots.empty());
+    EXPECT_EQ(token->count("C_GetSlotList"), 1u) << "there is nothing to ask for";
+}
+
+TEST_F(CkSlotsList, MayHave65536Slots) {
+    token->slots.assign(65'536, slotWithId(1));
+    EXPECT_EQ(CkSlots(*library, true).size(), 65'536u);
 }
 
 TEST_F(CkSlotsList, CarriesTheLibraryInEachSlot) {
