@@ -18,6 +18,7 @@ import sys
 import threading
 import time
 from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
 from dataclasses import asdict
 from pathlib import Path
 
@@ -242,9 +243,9 @@ def try_mutants(chosen, options, kept):
         return
     suites = sorted({(mutant.system, suite_of(mutant)) for mutant in todo}, key=str)
     workers = [Worker(PROJECT, number + 1) for number in range(options.workers)]
-    for worker in workers:
-        print(f"building {worker.copy.relative_to(PROJECT)}", flush=True)
-        worker.prepare(suites)
+    print(f"building {len(workers)} copies in {FOLDER.relative_to(PROJECT)}", flush=True)
+    with ThreadPoolExecutor(len(workers)) as pool:
+        list(pool.map(lambda worker: worker.prepare(suites), workers))
     # Building takes as long as it takes: without it nothing is measured.
     deadline = time.monotonic() + (options.minutes * 60 if options.minutes else float("inf"))
     Run(todo, kept, deadline, {entry.key for entry in listed()}).run(workers)
