@@ -11,7 +11,9 @@
 
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 
 namespace updater {
 
@@ -48,6 +50,20 @@ bool CspStore::canHold(const asn1::Certificate& cert) {
 
 CertMap CspStore::list() {
     return reading([&] { return std::move(*store_.listCertsByCsp(csp_, false)); });
+}
+
+std::vector<Registered> CspStore::registered() {
+    std::vector<Registered> registered;
+    reading([&] {
+        for (auto& entry : store_.listEntries())
+            if (entry.registration && entry.registration->cspName == csp_ && entry.certificate)
+                registered.push_back(
+                    {entry.registration->containerName.c_str(), std::move(*entry.certificate)});
+    });
+    std::stable_sort(
+        registered.begin(), registered.end(),
+        [](const Registered& a, const Registered& b) { return a.container < b.container; });
+    return registered;
 }
 
 bool CspStore::isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) {
@@ -93,6 +109,14 @@ void CspStore::add(const Buffer<wchar_t>& container, const WantedItem& wanted) {
             takeBack(item.certificate);
             throw;
         }
+    });
+}
+
+void CspStore::rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+    const CertItem& item = wanted.item;
+    during({Activity::Kind::add, nameText(container, item.certificate)}, [&] {
+        store_.rebindCspCertificate(csp_, toString(container), item.label.c_str(), item.certificate,
+                                    wanted.hasKey);
     });
 }
 

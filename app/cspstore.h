@@ -17,12 +17,14 @@ public:
 
     bool canHold(const asn1::Certificate& cert) override;
     CertMap list() override;
+    std::vector<Registered> registered() override;
     bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
     bool isOurs(const asn1::Certificate& cert) override;
     bool isPresent(const asn1::Certificate& cert) override;
     void requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void add(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
+    void rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void remove(const asn1::Certificate& cert) override;
 
     /// Removes all entries that are ours. Ends silently where the user declines one.

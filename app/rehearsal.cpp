@@ -1,6 +1,8 @@
 // What a synchronisation would do.
 #include "rehearsal.h"
 
+#include <utility>
+
 namespace updater {
 
 bool Rehearsal::canHold(const asn1::Certificate& cert) {
@@ -16,6 +18,16 @@ CertMap Rehearsal::list() {
     for (const auto& [key, added] : added_)
         listed.emplace(added.container, added.item);
     return listed;
+}
+
+std::vector<Registered> Rehearsal::registered() {
+    std::vector<Registered> registered;
+    for (Registered& entry : real_.registered())
+        if (!isRemoved(entry.certificate) && !addedAs(entry.certificate))
+            registered.push_back(std::move(entry));
+    for (const auto& [key, added] : added_)
+        registered.push_back({added.container, added.item.certificate});
+    return registered;
 }
 
 bool Rehearsal::isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) {
@@ -47,6 +59,11 @@ void Rehearsal::add(const Buffer<wchar_t>& container, const WantedItem& wanted) 
     // A store leaves an entry as it is that is there already.
     if (!isPresent(wanted.item.certificate))
         added_.emplace(keyOf(wanted.item.certificate), Added{container, wanted.item});
+}
+
+void Rehearsal::rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) {
+    removed_.insert(keyOf(wanted.item.certificate));
+    added_.insert_or_assign(keyOf(wanted.item.certificate), Added{container, wanted.item});
 }
 
 void Rehearsal::remove(const asn1::Certificate& cert) {

@@ -9,9 +9,7 @@
 
 namespace updater {
 
-/// A registry whose changes are remembered and not made. Reading sees them as if they were made,
-/// but for one thing: what the store's listing hides behind an entry that is only thought to be
-/// removed stays hidden.
+/// A registry whose changes are remembered and not made. Reading sees them as if they were made.
 class Rehearsal final : public CspRegistry {
 public:
     /// \param real must outlive this object; is only read
@@ -19,12 +17,14 @@ public:
 
     bool canHold(const asn1::Certificate& cert) override;
     CertMap list() override;
+    std::vector<Registered> registered() override;
     bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     bool isOurs(const Buffer<wchar_t>& container, const asn1::Certificate& cert) override;
     bool isOurs(const asn1::Certificate& cert) override;
     bool isPresent(const asn1::Certificate& cert) override;
     void requireUsable(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void add(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
+    void rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void remove(const asn1::Certificate& cert) override;
 
 private:

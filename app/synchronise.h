@@ -13,7 +13,7 @@ namespace updater {
 struct SyncEvent {
     enum class Kind {
         added,
-        boundAnew, ///< removed, and added with the binding that it should have
+        rebound, ///< was there already, and now has the binding that it should have
         removed,
         notOurs,        ///< in the store, but not registered by us: left alone
         addRefused,     ///< the store silently did not take it
@@ -40,9 +40,8 @@ struct SyncObserver {
 /// successor is in step. Nothing is written if nothing differs. Each change is looked up again,
 /// since the store may refuse silently.
 ///
-/// Where a certificate is replaced, its predecessors go even if the listing hides them: the
-/// successor is then taken out of the store for a moment. A predecessor that an interrupted run
-/// left behind an entry in step stays hidden until that entry is replaced or the store cleaned.
+/// No container is without its registration in between: a certificate that only has to be bound
+/// otherwise stays in the store while it is.
 ///
 /// A certificate that is malformed or that no store can hold is told to the observer and left out;
 /// its container keeps what is registered for it. Any other failure ends it; what was done until

@@ -32,7 +32,7 @@ struct ChangeWords {
 
 constexpr ChangeWords changeWords[] = {
     {Kind::added, L"added", L"to add", "added", "would-add", Colour::good},
-    {Kind::boundAnew, L"rebound", L"to rebind", "rebound", "would-rebind", Colour::attention},
+    {Kind::rebound, L"rebound", L"to rebind", "rebound", "would-rebind", Colour::attention},
     {Kind::removed, L"removed", L"to remove", "removed", "would-remove", Colour::bad},
 };
 

@@ -51,9 +51,9 @@ class MemoryRegistry final : public CspRegistry {
 public:
     /// In the order in which they are enumerated.
     std::vector<MemoryEntry> entries;
-    /// Every change that was asked for: "add C" and "remove N", with a container and a subject.
+    /// Every change that was asked for: "add C", "rebind C" and "remove N", with a container and a
+    /// subject.
     std::vector<std::wstring> changes;
-    bool newestFirst = false;
     bool refusesAdditions = false;
     bool refusesRemovals = false;
     /// A certificate that Windows refuses. Any other question about it than `canHold` throws
@@ -61,12 +61,10 @@ public:
     std::optional<asn1::Certificate> refused;
     /// Called when a certificate is checked.
     std::function<void(const WantedItem&)> onCheck;
-    /// Called before the entries are listed.
-    std::function<void()> onList;
+    /// Called before a certificate is rebound.
+    std::function<void()> onRebind;
     /// Called before a certificate is added.
     std::function<void(const WantedItem&)> onAdd;
-    /// Called after a certificate was removed.
-    std::function<void()> onRemoved;
 
     void addOurs(const Buffer<wchar_t>& container, const asn1::Certificate& certificate) {
         entries.push_back({certificate, container, container});
@@ -76,14 +74,22 @@ public:
         return !refused || !isSame(*refused, cert);
     }
     CertMap list() override {
-        if (onList)
-            onList();
         CertMap listed;
         for (const MemoryEntry& entry : entries)
             if (entry.bound || entry.recorded)
                 listed.try_emplace(entry.bound ? *entry.bound : *entry.recorded,
                                    itemOf(entry.certificate));
         return listed;
+    }
+    std::vector<Registered> registered() override {
+        std::vector<Registered> registered;
+        for (const MemoryEntry& entry : entries)
+            if (entry.recorded)
+                registered.push_back({*entry.recorded, entry.certificate});
+        std::stable_sort(
+            registered.begin(), registered.end(),
+            [](const Registered& a, const Registered& b) { return a.container < b.container; });
+        return registered;
     }
     bool isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) override {
         const MemoryEntry* entry = find(wanted.item.certificate);
@@ -113,9 +119,18 @@ public:
             onAdd(wanted);
         if (refusesAdditions || find(certificate))
             return;
-        entries.insert(
-            newestFirst ? entries.begin() : entries.end(),
+        entries.push_back(
             {certificate, container, wanted.hasKey ? std::optional(container) : std::nullopt});
+    }
+    void rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) override {
+        changes.push_back(L"rebind " + std::wstring(container.c_str()));
+        if (onRebind)
+            onRebind();
+        for (MemoryEntry& entry : entries)
+            if (isSame(entry.certificate, wanted.item.certificate)) {
+                entry.recorded = container;
+                entry.bound = wanted.hasKey ? std::optional(container) : std::nullopt;
+            }
     }
     void remove(const asn1::Certificate& cert) override {
         requireHoldable(cert);
@@ -124,8 +139,6 @@ public:
             return;
         std::erase_if(entries,
                       [&](const MemoryEntry& entry) { return isSame(entry.certificate, cert); });
-        if (onRemoved)
-            onRemoved();
     }
 
 private:

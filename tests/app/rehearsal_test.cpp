@@ -71,11 +71,10 @@ TEST_F(Rehearsing, TellsOfACertificateThatIsReplaced) {
                                                         Told{Kind::removed, L"A", L"CN=Holder 1"}));
 }
 
-TEST_F(Rehearsing, TellsOfACertificateThatIsBoundAnew) {
+TEST_F(Rehearsing, TellsOfACertificateThatIsRebound) {
     wanted[L"A"] = wantedOf(numbered(1));
     store.addOurs(L"B", numbered(1));
-    EXPECT_THAT(expectRehearsalToBeRight(),
-                ElementsAre(Told{Kind::boundAnew, L"A", L"CN=Holder 1"}));
+    EXPECT_THAT(expectRehearsalToBeRight(), ElementsAre(Told{Kind::rebound, L"A", L"CN=Holder 1"}));
 }
 
 TEST_F(Rehearsing, TellsOfWhatIsInTheWay) {
@@ -101,13 +100,13 @@ TEST_F(Rehearsing, TellsOfACertificateThatNoStoreCanHold) {
                                                         Told{Kind::added, L"B", L"CN=Holder 2"}));
 }
 
-TEST_F(Rehearsing, CannotSeeWhatTheListingHides) {
-    wanted[L"B"] = wantedOf(numbered(9));
+TEST_F(Rehearsing, TellsOfAllPredecessors) {
+    wanted[L"A"] = wantedOf(numbered(9));
     store.addOurs(L"A", numbered(1));
     store.addOurs(L"A", numbered(2));
-    Rehearsal rehearsal(store);
-    EXPECT_THAT(tellOf(rehearsal), ElementsAre(Told{Kind::added, L"B", L"CN=Holder 9"},
-                                               Told{Kind::removed, L"A", L"CN=Holder 1"}));
+    EXPECT_THAT(expectRehearsalToBeRight(), ElementsAre(Told{Kind::added, L"A", L"CN=Holder 9"},
+                                                        Told{Kind::removed, L"A", L"CN=Holder 1"},
+                                                        Told{Kind::removed, L"A", L"CN=Holder 2"}));
 }
 
 } // namespace
