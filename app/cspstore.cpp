@@ -5,6 +5,7 @@
 #include "failures.h"
 #include "text.h"
 
+#include "bufcodecs.h"
 #include "der.h"
 
 #include <windows.h>
@@ -64,6 +65,22 @@ std::vector<Registered> CspStore::registered() {
         registered.begin(), registered.end(),
         [](const Registered& a, const Registered& b) { return a.container < b.container; });
     return registered;
+}
+
+std::vector<std::wstring> CspStore::unreadable() {
+    std::vector<std::wstring> names;
+    const auto isOfCsp = [&](const auto& binding) { return binding && binding->cspName == csp_; };
+    for (const auto& entry : reading([&] { return store_.listEntries(); })) {
+        const bool isOurBusiness =
+            entry.propertyError || isOfCsp(entry.registration) || isOfCsp(entry.keyProvider);
+        if (const auto& error = entry.propertyError ? entry.propertyError : entry.certificateError;
+            error && isOurBusiness)
+            names.push_back(
+                (entry.certificate ? subjectText(*entry.certificate) : L"(unreadable)") +
+                L", thumbprint " + toString(buffer::hexEncode(entry.thumbprint)) + L": " +
+                describe(*error));
+    }
+    return names;
 }
 
 bool CspStore::isInStep(const Buffer<wchar_t>& container, const WantedItem& wanted) {

@@ -27,6 +27,10 @@ public:
     void rebind(const Buffer<wchar_t>& container, const WantedItem& wanted) override;
     void remove(const asn1::Certificate& cert) override;
 
+    /// The names of entries that may be this CSP's, but cannot be read as a whole, each with the
+    /// reason. No other function sees them.
+    std::vector<std::wstring> unreadable();
+
     /// Removes all entries that are ours. Ends silently where the user declines one.
     void clean();
 

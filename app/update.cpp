@@ -157,6 +157,8 @@ bool update(const Options& options, const WantedMap& wanted, const Interruption&
     CspStore store(options.store, options.csp);
     Rehearsal rehearsal(store);
     CspRegistry& registry = options.dryRun ? static_cast<CspRegistry&>(rehearsal) : store;
+    for (const std::wstring& entry : store.unreadable())
+        output.warn(L"an entry of the store cannot be read and is left alone: " + entry);
     output.detail(L"comparing with the store \"" + options.store + L"\"");
 
     Report report(options.dryRun, output, result);

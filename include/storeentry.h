@@ -19,16 +19,16 @@ using buffer::Buffer;
 struct StoreEntry {
     /// What the `KorvaneCspRef` property records of a registration.
     struct Registration {
-        std::wstring containerName;
-        std::wstring cspName;
+        std::wstring containerName; ///< of the key container
+        std::wstring cspName;       ///< of the CSP or key storage provider
     };
 
     /// Key provider information (CRYPT_KEY_PROV_INFO of wincrypt.h).
     struct KeyProvider {
-        std::wstring containerName;
-        std::wstring cspName;
-        std::uint32_t type = 0;    ///< dwProvType: 1 PROV_RSA_FULL, 0 a key storage provider
-        std::uint32_t keySpec = 0; ///< dwKeySpec: 1 AT_KEYEXCHANGE, 2 AT_SIGNATURE
+        std::wstring containerName; ///< of the key container
+        std::wstring cspName;       ///< of the CSP or key storage provider
+        std::uint32_t type = 0;     ///< dwProvType: 1 PROV_RSA_FULL, 0 a key storage provider
+        std::uint32_t keySpec = 0;  ///< dwKeySpec: 1 AT_KEYEXCHANGE, 2 AT_SIGNATURE
     };
 
     /// The certificate's bytes, as the store has them.

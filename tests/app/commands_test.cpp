@@ -378,13 +378,32 @@ TEST_F(Clean, EndsAtARecordThatIsNotUtf8) {
     EXPECT_THAT(store.entries(), ElementsAre(broken));
 }
 
-TEST_F(Sync, EndsAtARecordThatIsNotUtf8) {
+TEST_F(Sync, NamesWhatCannotBeReadAndGoesOn) {
     StoreEntry broken = bare(numbered(1));
     broken.korvaneCspRef = testsupport::fromHex("C3");
     store.add(broken);
+    // Windows takes a version that is written although it has its default; DER forbids it.
+    StoreEntry malformed = registered(
+        CertBuilder().version(testsupport::explicitly(0, testsupport::integer(0))).build(),
+        L"CKAIDHEX:03", L"old");
+    store.add(malformed);
+    StoreEntry ofOthers = malformed;
+    ofOthers.encoded = CertBuilder()
+                           .serialNumber(7)
+                           .version(testsupport::explicitly(0, testsupport::integer(0)))
+                           .build();
+    ofOthers.keyProvInfo.reset();
+    ofOthers.korvaneCspRef.reset();
+    store.add(ofOthers);
     certificateWithKey(numbered(2), "02");
-    EXPECT_THAT(run(L"sync"), EndsWithCode(7, HasSubstr("not UTF-8")));
-    EXPECT_THAT(store.entries(), ElementsAre(broken));
+    const Outcome outcome = run(L"sync");
+    EXPECT_THAT(outcome, EndsWithCode(0, AllOf(HasSubstr("CN=Holder 1, thumbprint "),
+                                               HasSubstr("BufferError_InvalidEncodingUnit"),
+                                               HasSubstr("(unreadable), thumbprint "),
+                                               HasSubstr("QuorError_Asn1_Decode"))));
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 2)
+        << "what is not bound to the CSP is nobody's business";
+    EXPECT_THAT(store.entries(), SizeIs(4));
 }
 
 TEST_F(Sync, DoesNotTakeARecordWithoutASecondLineForItsOwn) {

@@ -157,14 +157,17 @@ TEST_F(Watching, SaysThatItCouldNotCleanUpBeforeItGivesUp) {
 
 TEST_F(Watching, GoesOnAtOnceWithATokenThatReturnsBeforeItCouldCleanUp) {
     putOnToken({1});
+    line("failwhile " + path("faulty") + " C_FindObjectsInit 0x30");
     testsupport::RunningUpdater updater(watch({L"--clean"}));
     updater.waitForOutput("1 added\n");
     store.add(unreadable());
     pull();
     updater.waitForErrors("the next try is in 2 s");
+    folder.write("faulty", "");
     putBack();
-    // The store's fault is a new one for the token that has returned.
+    // The delays begin anew for the token that has returned.
     updater.waitForErrors("the next try is in 1 s", 2);
+    std::filesystem::remove(folder.path() / "faulty");
     updater.waitForOutput("the token is present\n", 2);
     store.remove(unreadable().encoded);
     updater.waitForOutput("nothing to do: the store is in step with the token\n");
