@@ -53,6 +53,15 @@ TEST(Times, AreWrittenAsTheyWereSet) {
               generalizedTime("20510102030405Z"));
 }
 
+TEST(Times, EndWithTheirZ) {
+    for (const char* const text :
+         {"260131235959Z0", "260131235959ZZ", "260131235959Z5Z", "2601Z"}) {
+        asn1::UTCTime time;
+        EXPECT_EQ(thrownBy([&] { decode(utcTime(text), time); }), mismatch(0)) << text;
+        EXPECT_EQ(thrownBy([&] { asn1::UTCTime made(text); }), settingValue("UTCTime")) << text;
+    }
+}
+
 bool isTime(std::string_view text) {
     const Bytes encoding = text.size() == 13 ? utcTime(text) : generalizedTime(text);
     asn1::Time time;
