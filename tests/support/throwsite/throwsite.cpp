@@ -55,7 +55,8 @@ testing::AssertionResult isThrowSite(const std::wstring& file, int line) {
         return testing::AssertionSuccess();
     std::wstring path = file;
     std::replace(path.begin(), path.end(), L'\\', L'/');
-    const std::vector<std::string>& lines = linesOf(sources / path);
+    const fs::path source = sources / path;
+    const std::vector<std::string>& lines = linesOf(source);
     if (line < 1 || static_cast<std::size_t>(line) > lines.size())
         return testing::AssertionFailure()
                << testing::PrintToString(file) << " has no line " << line;
