@@ -106,34 +106,6 @@ TEST_F(WindowsStore, KeepsACertificateWhileItIsRebound) {
     EXPECT_EQ(store.entries(), expected);
 }
 
-TEST_F(WindowsStore, RemovesAllPredecessorsOfAContainerAndNothingElse) {
-    wanted[L"A"] = wantedOf(numbered(1));
-    synchronised();
-    wanted.clear();
-    const auto ours = store.entries().at(0);
-    for (const int number : {2, 3}) {
-        testsupport::StoreEntry another = ours;
-        const auto encoding = numbered(number).encoding();
-        another.encoded.assign(encoding.begin(), encoding.end());
-        store.add(another);
-    }
-    testsupport::StoreEntry foreign = ours;
-    foreign.encoded = testsupport::CertBuilder().serialNumber(5).build();
-    foreign.korvaneCspRef = testsupport::Bytes{'A', '\n', 'o', 't', 'h', 'e', 'r', '\n'};
-    store.add(foreign);
-    // Windows takes a version that is written although it has its default; DER forbids it.
-    testsupport::StoreEntry malformed = ours;
-    malformed.encoded = testsupport::CertBuilder()
-                            .version(testsupport::explicitly(0, testsupport::integer(0)))
-                            .build();
-    store.add(malformed);
-    wanted[L"A"] = wantedOf(numbered(4));
-    EXPECT_THAT(synchronised(),
-                ElementsAre(Kind::added, Kind::removed, Kind::removed, Kind::removed));
-    EXPECT_TRUE(isInStep(L"A", 4));
-    EXPECT_THAT(store.entries(), SizeIs(3)) << "those of others and that nobody can read stay";
-}
-
 TEST_F(WindowsStore, KeepsNothingOfACertificateThatItCouldNotRegisterWholly) {
     wanted[L"A"] = wantedOf(numbered(1));
     ASSERT_THAT(synchronised(), ElementsAre(Kind::added));
